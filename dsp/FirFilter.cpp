@@ -1,0 +1,649 @@
+#include "FirFilter.h"
+
+#include "MathEx.h"
+
+#include <algorithm>
+#include <cassert>
+
+namespace vesk::audio
+{
+namespace
+{
+complex32* allocateBins (int bins)
+{
+    auto* p =
+        static_cast<complex32*> (ippMalloc (sizeof (complex32) * static_cast<std::size_t> (bins)));
+    if (p == nullptr)
+        throw std::bad_alloc();
+    ippsZero_32f (reinterpret_cast<float*> (p), 2 * bins);
+    return p;
+}
+
+void freeAll (std::vector<complex32*>& blocks)
+{
+    for (auto* p : blocks)
+        ippFree (p);
+    blocks.clear();
+}
+
+int responseChannel (Signal32 const& ir, int inputChannel)
+{
+    return std::min (inputChannel, std::max (ir.getNumChannels() - 1, 0));
+}
+
+int maxLength (std::vector<Signal32> const& irs)
+{
+    int length = 0;
+    for (auto const& ir : irs)
+        length = std::max (length, ir.getNumSamples());
+    return length;
+}
+} // namespace
+
+//==============================================================================
+FirFilter::IppFirFilter::~IppFirFilter() { release(); }
+
+void FirFilter::IppFirFilter::release()
+{
+    for (auto& perResponse : states)
+        for (auto* state : perResponse)
+            ippsFIRFree_32f (state);
+    states.clear();
+    tapCounts.clear();
+}
+
+void FirFilter::IppFirFilter::setFilter (std::vector<Signal32> const& taps, int inputChannels)
+{
+    if (states.size() != taps.size()
+        || (!states.empty() && static_cast<int> (states[0].size()) != inputChannels))
+    {
+        release();
+        states.resize (taps.size());
+        tapCounts.assign (taps.size(), 0);
+    }
+    const float silence = 0.0f;
+    for (std::size_t r = 0; r < taps.size(); ++r)
+    {
+        const bool hasTaps = taps[r].getNumSamples() > 0 && taps[r].getNumChannels() > 0;
+        const int count = hasTaps ? taps[r].getNumSamples() : 1;
+        if (tapCounts[r] != count)
+        {
+            for (auto* state : states[r])
+                ippsFIRFree_32f (state);
+            states[r].assign (static_cast<std::size_t> (inputChannels), nullptr);
+            for (auto& state : states[r])
+                ippsFIRInitAlloc_32f (&state, nullptr, count, nullptr);
+            tapCounts[r] = count;
+        }
+        for (int c = 0; c < inputChannels; ++c)
+            ippsFIRSetTaps_32f (hasTaps ? taps[r].getChannel (responseChannel (taps[r], c))
+                                        : &silence,
+                                states[r][static_cast<std::size_t> (c)]);
+    }
+    delayScratch.assign (static_cast<std::size_t> (headLength), 0.0f);
+}
+
+void FirFilter::IppFirFilter::setDelayLine (Signal32 const& recent)
+{
+    const int available = recent.getNumSamples();
+    for (std::size_t r = 0; r < states.size(); ++r)
+    {
+        const int needed = tapCounts[r] - 1;
+        const int copied = std::min (needed, available);
+        for (std::size_t c = 0; c < states[r].size(); ++c)
+        {
+            std::fill (delayScratch.begin(), delayScratch.end(), 0.0f);
+            if (static_cast<int> (c) < recent.getNumChannels())
+                ippsCopy_32f (recent.getChannel (static_cast<int> (c)) + available - copied,
+                              delayScratch.data() + needed - copied, copied);
+            ippsFIRSetDlyLine_32f (states[r][c], delayScratch.data());
+        }
+    }
+}
+
+void FirFilter::IppFirFilter::reset()
+{
+    for (auto& perResponse : states)
+        for (auto* state : perResponse)
+            ippsFIRSetDlyLine_32f (state, nullptr);
+}
+
+void FirFilter::IppFirFilter::process (Signal32 const& in, std::vector<Signal32>& outs)
+{
+    for (std::size_t r = 0; r < states.size(); ++r)
+        for (int c = 0; c < in.getNumChannels(); ++c)
+            ippsFIR_32f (in.getChannel (c), outs[r].getChannel (c), in.getNumSamples(),
+                         states[r][static_cast<std::size_t> (c)]);
+}
+
+//==============================================================================
+FirFilter::Partition::Partition (int inputChannelCount, int responseCount, int start,
+                                 int partitionSize)
+    : inputChannels (inputChannelCount), responses (responseCount),
+      transformLength (2 * partitionSize), startOffset (start), size (partitionSize),
+      segmentLength (start == 0 ? partitionSize : frameLength),
+      numSegments (start == 0 ? 1 : (partitionSize + frameLength - 1) / frameLength)
+{
+    ippsFFTInitAlloc_R_32f (&spec, MathEx::log2 (2 * segmentLength), IPP_FFT_NODIV_BY_ANY,
+                            ippAlgHintFast);
+    int bytes = 0;
+    ippsFFTGetBufSize_R_32f (spec, &bytes);
+    work = ippsMalloc_8u (bytes);
+    spectra.reserve (static_cast<std::size_t> (responses * inputChannels * numSegments));
+    for (int i = 0; i < responses * inputChannels * numSegments; ++i)
+        spectra.push_back (allocateBins (segmentLength + 1));
+    scratch = Signal32 (1, 2 * segmentLength, 0.0f);
+    if (startOffset == 0)
+    {
+        frame = Signal32 (inputChannels, 2 * segmentLength, 0.0f);
+        spectrumScratch = ComplexSignal32 (2, segmentLength + 1);
+    }
+}
+
+FirFilter::Partition::~Partition()
+{
+    freeAll (spectra);
+    ippsFFTFree_R_32f (spec);
+    ippsFree (work);
+}
+
+const complex32* FirFilter::Partition::getSpectrum (int response, int channel,
+                                                    int segment) const noexcept
+{
+    return spectra[static_cast<std::size_t> ((response * inputChannels + channel) * numSegments
+                                             + segment)];
+}
+
+void FirFilter::Partition::setImpulseResponses (std::vector<Signal32> const& irs)
+{
+    // The inverse transforms are unscaled; the 1/N is folded into the stored spectra.
+    const float scale = 1.0f / static_cast<float> (2 * segmentLength);
+    float* block = scratch.getChannel (0);
+    for (int r = 0; r < responses; ++r)
+    {
+        Signal32 const& ir = irs[static_cast<std::size_t> (r)];
+        for (int c = 0; c < inputChannels; ++c)
+        {
+            for (int s = 0; s < numSegments; ++s)
+            {
+                ippsZero_32f (block, 2 * segmentLength);
+                const int first = startOffset + s * segmentLength;
+                const int last =
+                    std::min ({first + segmentLength, startOffset + size, ir.getNumSamples()});
+                if (last > first && ir.getNumChannels() > 0)
+                    ippsCopy_32f (ir.getChannel (responseChannel (ir, c)) + first, block,
+                                  last - first);
+                ippsMulC_32f_I (scale, block, last > first ? last - first : 0);
+                auto* bins =
+                    spectra[static_cast<std::size_t> ((r * inputChannels + c) * numSegments + s)];
+                ippsFFTFwd_RToCCS_32f (block, reinterpret_cast<float*> (bins), spec, work);
+            }
+        }
+    }
+}
+
+void FirFilter::Partition::reset() {}
+
+void FirFilter::Partition::processNewest (CircularBuffer<Signal32> const& input, int samplesAfter,
+                                          int count, std::vector<Signal32>& outs, int outputOffset)
+{
+    const int n = 2 * segmentLength;
+    input.peek (-samplesAfter - n, frame);
+    auto* inputSpectrum = spectrumScratch.getChannel (0);
+    auto* product = spectrumScratch.getChannel (1);
+    float* block = scratch.getChannel (0);
+    for (int c = 0; c < inputChannels; ++c)
+    {
+        ippsFFTFwd_RToCCS_32f (frame.getChannel (c), reinterpret_cast<float*> (inputSpectrum), spec,
+                               work);
+        for (int r = 0; r < responses; ++r)
+        {
+            ippsMul_32fc (inputSpectrum, getSpectrum (r, c, 0), product, segmentLength + 1);
+            ippsFFTInv_CCSToR_32f (reinterpret_cast<const float*> (product), block, spec, work);
+            // Overlap-save: only the newest samples are free of circular wrap-around.
+            ippsCopy_32f (block + n - count,
+                          outs[static_cast<std::size_t> (r)].getChannel (c) + outputOffset, count);
+        }
+    }
+}
+
+//==============================================================================
+FirFilter::FirFilter() : history (headLength + 4096)
+{
+    ippsFFTInitAlloc_R_32f (&frameSpec, MathEx::log2 (2 * frameLength), IPP_FFT_NODIV_BY_ANY,
+                            ippAlgHintFast);
+    int bytes = 0;
+    ippsFFTGetBufSize_R_32f (frameSpec, &bytes);
+    frameWork = ippsMalloc_8u (bytes);
+    frameOutput = Signal32 (1, 2 * frameLength, 0.0f);
+}
+
+FirFilter::~FirFilter()
+{
+    freeAll (frameSpectra);
+    freeAll (accumulators);
+    ippsFFTFree_R_32f (frameSpec);
+    ippsFree (frameWork);
+}
+
+void FirFilter::setImpulseResponse (Signal32 const& ir) { setMultipleIRs ({ir}); }
+
+void FirFilter::updatePartitionSizes()
+{
+    partitionSizes.clear();
+    int covered = headLength;
+    const int length = maxLength (impulseResponses);
+    if (length <= headLength)
+    {
+        coveredLength = covered;
+        return;
+    }
+    int size = headLength;
+    for (int i = 0;; ++i)
+    {
+        if (size + covered > length)
+            break;
+        partitionSizes.push_back (size);
+        covered += size;
+        if (insertionSwitch && insertionPeriod != 0 && i >= 1 && i % insertionPeriod == 0)
+        {
+            partitionSizes.push_back (size / 2);
+            covered += size / 2;
+        }
+        size *= 2;
+        if (covered >= length)
+        {
+            coveredLength = covered;
+            return;
+        }
+    }
+    while (size / 2 + covered > length)
+        size /= 2;
+    partitionSizes.push_back (size);
+    coveredLength = length;
+}
+
+void FirFilter::setMultipleIRs (std::vector<Signal32> const& irs)
+{
+    impulseResponses = irs;
+    numResponses = static_cast<int> (irs.size());
+    if (history.getChannels() > 0)
+        inputChannels = history.getChannels();
+    else
+    {
+        inputChannels = 1;
+        for (auto const& ir : irs)
+            inputChannels = std::max (inputChannels, ir.getNumChannels());
+        // Fixes the history's channel count now, so the first block does not reconfigure.
+        history.add (Signal32 (inputChannels, 0));
+    }
+
+    std::vector<Signal32> headTaps;
+    headTaps.reserve (irs.size());
+    for (auto const& ir : irs)
+        headTaps.push_back (ir.extractSection (0, std::min (ir.getNumSamples(), headLength)));
+    head.setFilter (headTaps, inputChannels);
+
+    updatePartitionSizes();
+    std::vector<std::unique_ptr<Partition>> layout;
+    int offset = headLength;
+    for (std::size_t i = 0; i < partitionSizes.size(); ++i)
+    {
+        const int size = partitionSizes[i];
+        std::unique_ptr<Partition> partition;
+        for (auto& existing : partitions)
+            if (existing != nullptr && existing->getStartOffset() == offset
+                && existing->getTransformLength() == 2 * size
+                && existing->getInputChannels() == inputChannels
+                && existing->getResponses() == numResponses)
+                partition = std::move (existing);
+        if (partition == nullptr)
+            partition = std::make_unique<Partition> (inputChannels, numResponses, offset, size);
+        partition->setImpulseResponses (irs);
+        layout.push_back (std::move (partition));
+        assert (offset % frameLength == 0);
+        offset += size;
+    }
+    partitions = std::move (layout);
+
+    resizeHistory();
+    if (blockPartition != nullptr)
+    {
+        if (blockPartition->getInputChannels() != inputChannels
+            || blockPartition->getResponses() != numResponses)
+            blockPartition =
+                std::make_shared<Partition> (inputChannels, numResponses, 0, effectiveBlockSize);
+        blockPartition->setImpulseResponses (irs);
+    }
+    enablePartitions();
+
+    // Per-response working blocks of the frame grid.
+    if (static_cast<int> (accumulators.size()) != numResponses * inputChannels)
+    {
+        freeAll (accumulators);
+        for (int i = 0; i < numResponses * inputChannels; ++i)
+            accumulators.push_back (allocateBins (frameLength + 1));
+    }
+    if (static_cast<int> (tailOutputs.size()) != numResponses
+        || (numResponses > 0 && tailOutputs[0].getNumChannels() != inputChannels))
+        tailOutputs.assign (static_cast<std::size_t> (numResponses), Signal32());
+    for (auto& tail : tailOutputs)
+        if (!tail.hasStorage())
+            tail = Signal32 (inputChannels, frameLength, 0.0f);
+    frameInput.ensureDimensions (inputChannels, 2 * frameLength);
+
+    // Frame spectra depend on the input only; they are made again only when their number changed.
+    if (rebuildSchedule())
+        rebuildFrameSpectra();
+    recomputeCurrentFrame();
+
+    if (history.getChannels() > 0)
+        head.setDelayLine (history.peek (-headLength, headLength));
+}
+
+void FirFilter::resizeHistory()
+{
+    history.resize (std::max (effectiveBlockSize, headLength) + coveredLength
+                    + history.getLargestBlock());
+}
+
+void FirFilter::enablePartitions()
+{
+    for (auto& partition : partitions)
+        partition->setEnabled (effectiveBlockSize == -1
+                               || partition->getStartOffset() >= effectiveBlockSize);
+}
+
+std::vector<int> FirFilter::getPartitionOffsets() const
+{
+    std::vector<int> offsets;
+    for (auto const& partition : partitions)
+        offsets.push_back (partition->getStartOffset());
+    return offsets;
+}
+
+std::vector<bool> FirFilter::getPartitionEnabled() const
+{
+    std::vector<bool> enabled;
+    for (auto const& partition : partitions)
+        enabled.push_back (partition->isEnabled());
+    return enabled;
+}
+
+void FirFilter::updateBlockSize (int blockSize)
+{
+    if (blockSize == requestedBlockSize)
+        return;
+    requestedBlockSize = blockSize;
+    const int effective =
+        blockSize >= headLength && MathEx::findNearestPowerOfTwo (blockSize) == blockSize
+            ? blockSize
+            : -1;
+    if (effective == effectiveBlockSize)
+        return;
+
+    if (effective != -1)
+    {
+        blockPartition =
+            std::make_shared<Partition> (std::max (inputChannels, 1), numResponses, 0, effective);
+        blockPartition->setImpulseResponses (impulseResponses);
+    }
+    else
+    {
+        blockPartition.reset();
+        if (history.getChannels() > 0)
+            head.setDelayLine (history.peek (-headLength, headLength));
+    }
+    effectiveBlockSize = effective;
+    enablePartitions();
+    resizeHistory();
+    rebuildSchedule();
+    recomputeCurrentFrame();
+}
+
+//==============================================================================
+int FirFilter::slotOf (std::int64_t frame) const noexcept
+{
+    const auto index = frame / frameLength;
+    return static_cast<int> (((index % numSlots) + numSlots) % numSlots);
+}
+
+bool FirFilter::rebuildSchedule()
+{
+    laggedWork.clear();
+    immediateWork.clear();
+    int deepest = -1;
+    for (auto const& partition : partitions)
+    {
+        for (int s = 0; s < partition->getNumSegments(); ++s)
+        {
+            const int lag = (partition->getStartOffset() + s * frameLength) / frameLength - 1;
+            deepest = std::max (deepest, lag);
+            if (!partition->isEnabled())
+                continue;
+            (lag == 0 ? immediateWork : laggedWork).push_back ({partition.get(), s, lag});
+        }
+    }
+    workDone = 0;
+
+    const int slots = deepest + 1;
+    if (slots != numSlots || static_cast<int> (frameSpectra.size()) != slots * inputChannels)
+    {
+        freeAll (frameSpectra);
+        numSlots = slots;
+        for (int i = 0; i < numSlots * inputChannels; ++i)
+            frameSpectra.push_back (allocateBins (frameLength + 1));
+        return true;
+    }
+    return false;
+}
+
+void FirFilter::transformFrame (std::int64_t frameEnd, std::int64_t newest, int slot)
+{
+    // The frame ends at frameEnd; 2 * frameLength samples of history feed one overlap-save step.
+    const auto samplesAfter = static_cast<int> (newest - frameEnd);
+    if (frameEnd <= 0 || history.getChannels() <= 0)
+    {
+        for (int c = 0; c < inputChannels; ++c)
+            ippsZero_32f (reinterpret_cast<float*> (
+                              frameSpectra[static_cast<std::size_t> (c * numSlots + slot)]),
+                          2 * (frameLength + 1));
+        return;
+    }
+    history.peek (-samplesAfter - 2 * frameLength, frameInput);
+    for (int c = 0; c < inputChannels; ++c)
+        ippsFFTFwd_RToCCS_32f (
+            frameInput.getChannel (c),
+            reinterpret_cast<float*> (frameSpectra[static_cast<std::size_t> (c * numSlots + slot)]),
+            frameSpec, frameWork);
+}
+
+void FirFilter::rebuildFrameSpectra()
+{
+    // After a new layout the spectra of the frames still needed are made again from the history.
+    const auto newest = currentFrame;
+    for (int lag = 0; lag < numSlots; ++lag)
+    {
+        const auto frame = newest - static_cast<std::int64_t> (lag) * frameLength;
+        if (frame < 0)
+        {
+            transformFrame (0, position, slotOf (frame));
+            continue;
+        }
+        transformFrame (frame, position, slotOf (frame));
+    }
+}
+
+void FirFilter::accumulate (SegmentWork const& item, std::int64_t frame)
+{
+    const int slot = slotOf (frame - static_cast<std::int64_t> (item.lag) * frameLength);
+    for (int c = 0; c < inputChannels; ++c)
+    {
+        const auto* x = frameSpectra[static_cast<std::size_t> (c * numSlots + slot)];
+        for (int r = 0; r < numResponses; ++r)
+            ippsAddProduct_32fc (x, item.partition->getSpectrum (r, c, item.segment),
+                                 accumulators[static_cast<std::size_t> (r * inputChannels + c)],
+                                 frameLength + 1);
+    }
+}
+
+void FirFilter::finishFrame()
+{
+    float* block = frameOutput.getChannel (0);
+    for (int r = 0; r < numResponses; ++r)
+    {
+        for (int c = 0; c < inputChannels; ++c)
+        {
+            auto* acc = accumulators[static_cast<std::size_t> (r * inputChannels + c)];
+            ippsFFTInv_CCSToR_32f (reinterpret_cast<const float*> (acc), block, frameSpec,
+                                   frameWork);
+            ippsCopy_32f (block + frameLength,
+                          tailOutputs[static_cast<std::size_t> (r)].getChannel (c), frameLength);
+            ippsZero_32f (reinterpret_cast<float*> (acc), 2 * (frameLength + 1));
+        }
+    }
+    workDone = 0;
+}
+
+void FirFilter::recomputeCurrentFrame()
+{
+    for (auto* acc : accumulators)
+        ippsZero_32f (reinterpret_cast<float*> (acc), 2 * (frameLength + 1));
+    workDone = 0;
+    if (numSlots == 0 || currentFrame < 0)
+    {
+        for (auto& tail : tailOutputs)
+            for (int c = 0; c < tail.getNumChannels(); ++c)
+                ippsZero_32f (tail.getChannel (c), frameLength);
+        return;
+    }
+    for (auto const& item : laggedWork)
+        accumulate (item, currentFrame);
+    for (auto const& item : immediateWork)
+        accumulate (item, currentFrame);
+    finishFrame();
+}
+
+void FirFilter::spreadWork (int framePosition)
+{
+    const auto target = laggedWork.size() * static_cast<std::size_t> (framePosition) / frameLength;
+    const auto next = currentFrame + frameLength;
+    for (; workDone < target; ++workDone)
+        accumulate (laggedWork[workDone], next);
+}
+
+void FirFilter::boundary (std::int64_t frameEnd)
+{
+    for (; workDone < laggedWork.size(); ++workDone)
+        accumulate (laggedWork[workDone], frameEnd);
+    transformFrame (frameEnd, position, slotOf (frameEnd));
+    for (auto const& item : immediateWork)
+        accumulate (item, frameEnd);
+    currentFrame = frameEnd;
+    finishFrame();
+}
+
+//==============================================================================
+void FirFilter::configureChannels (int channels)
+{
+    history =
+        CircularBuffer<Signal32> (std::max (effectiveBlockSize, headLength) + coveredLength + 4096);
+    inputChannels = channels;
+    Signal32 first (channels, 0);
+    history.add (first);
+    if (blockPartition != nullptr)
+        blockPartition =
+            std::make_shared<Partition> (channels, numResponses, 0, effectiveBlockSize);
+    position = 0;
+    currentFrame = -frameLength;
+    setMultipleIRs (std::vector<Signal32> (impulseResponses));
+}
+
+std::vector<Signal32> const& FirFilter::processMultiple (Signal32 const& in)
+{
+    const int n = in.getNumSamples();
+    const int channels = in.getNumChannels();
+    if (channels == 0)
+    {
+        outputs.assign (1, Signal32 (0, n));
+        return outputs;
+    }
+    if (history.getChannels() != channels)
+        configureChannels (channels);
+
+    history.add (in);
+    const auto start = position;
+    position += n;
+
+    const auto outputCount = static_cast<std::size_t> (std::max (numResponses, 1));
+    if (outputs.size() != outputCount)
+        outputs.resize (outputCount);
+    for (auto& out : outputs)
+        out.ensureDimensions (channels, n);
+
+    if (numResponses == 0)
+    {
+        for (int c = 0; c < channels; ++c)
+            ippsZero_32f (outputs[0].getChannel (c), n);
+        return outputs;
+    }
+
+    if (blockPartition != nullptr)
+    {
+        const int size = blockPartition->getSize();
+        for (int done = 0; done < n;)
+        {
+            const int count = std::min (size, n - done);
+            blockPartition->processNewest (history, n - done - count, count, outputs, done);
+            done += count;
+        }
+    }
+    else
+    {
+        head.process (in, outputs);
+    }
+
+    if (numSlots == 0)
+    {
+        // No tail: the frame grid still follows the stream, ready for a longer response.
+        currentFrame = position > 0 ? (position - 1) / frameLength * frameLength : -frameLength;
+        return outputs;
+    }
+
+    auto p = start;
+    for (int i = 0; i < n;)
+    {
+        if (p == currentFrame + frameLength)
+            boundary (p);
+        const auto framePosition = static_cast<int> (p - currentFrame);
+        const int count = std::min (n - i, frameLength - framePosition);
+        for (int r = 0; r < numResponses; ++r)
+            for (int c = 0; c < channels; ++c)
+                ippsAdd_32f_I (tailOutputs[static_cast<std::size_t> (r)].getChannel (c)
+                                   + framePosition,
+                               outputs[static_cast<std::size_t> (r)].getChannel (c) + i, count);
+        i += count;
+        p += count;
+        spreadWork (framePosition + count);
+    }
+    return outputs;
+}
+
+Signal32 FirFilter::process (Signal32 const& in) { return processMultiple (in)[0]; }
+
+void FirFilter::reset()
+{
+    history.clear();
+    head.reset();
+    if (blockPartition != nullptr)
+        blockPartition->reset();
+    for (auto& partition : partitions)
+        partition->reset();
+    for (auto* spectrum : frameSpectra)
+        ippsZero_32f (reinterpret_cast<float*> (spectrum), 2 * (frameLength + 1));
+    position = 0;
+    currentFrame = -frameLength;
+    recomputeCurrentFrame();
+}
+
+} // namespace vesk::audio

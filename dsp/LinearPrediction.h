@@ -1,0 +1,25 @@
+#pragma once
+
+#include "Signal.h"
+
+#include <vector>
+
+namespace vesk::audio
+{
+/** All-pole (linear prediction) models of signal frames: autocorrelation method with the
+    Levinson-Durbin recursion in double precision. One object per thread (it keeps scratch). */
+class LinearPrediction
+{
+public:
+    /** Per channel the polynomial 1, a[1] ... a[count - 1]; a failed recursion gives 1, 0, ... 0.
+     */
+    Signal32 analyse (Signal32 const& in, int count);
+    /** a[0 ... order] of n samples into a; false when the recursion becomes unstable. */
+    bool lpa (const float* x, int n, double* a, int order);
+
+private:
+    std::vector<double> autocorrelation;
+    std::vector<double> coefficients;
+    std::vector<double> previous;
+};
+} // namespace vesk::audio

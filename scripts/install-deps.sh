@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Installs the Debian packages Kelfiner builds with, only those that are missing.
+set -euo pipefail
+
+packages=(
+    build-essential cmake pkg-config ccache clang-format
+    libfftw3-dev libgtest-dev libbenchmark-dev
+    juce-modules-source libflac-dev libvorbis-dev libogg-dev
+    xvfb xauth
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$package")
+    fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+    echo "All build dependencies are installed."
+    exit 0
+fi
+
+echo "Installing: ${missing[*]}"
+sudo_cmd=()
+if [ "$(id -u)" -ne 0 ]; then
+    sudo_cmd=(sudo)
+fi
+export DEBIAN_FRONTEND=noninteractive
+"${sudo_cmd[@]}" apt-get update -qq
+"${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

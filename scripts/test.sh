@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds everything (Release) and runs the whole test suite.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh
+
+build_dir=${KELFINER_BUILD_DIR:-build}
+jobs=$(nproc 2>/dev/null || echo 2)
+
+echo "== Checking formatting"
+git ls-files -- 'dsp/*' 'engine/*' 'plugin/*' 'gui/*' 'cli/*' 'tests/*' 'bench/*' \
+    | { grep -E '\.(h|cpp)$' || true; } | xargs -r clang-format --dry-run --Werror
+
+echo "== Building"
+cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=Release
+cmake --build "$build_dir" --parallel "$jobs"
+
+echo "== Testing"
+ctest --test-dir "$build_dir" --output-on-failure --parallel "$jobs"
