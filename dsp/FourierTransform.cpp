@@ -2,6 +2,8 @@
 
 #include "MathEx.h"
 
+#include <cassert>
+
 namespace vesk::audio
 {
 FourierTransform::~FourierTransform() { release(); }
@@ -47,6 +49,7 @@ void FourierTransform::forwardReal (Signal32 const& in, ComplexSignal32& out)
 {
     if (realSpec == nullptr || in.getNumSamples() != size)
         allocate (in.getNumSamples(), true);
+    assert (out.getNumChannels() >= in.getNumChannels() && out.getNumSamples() >= size / 2 + 1);
     for (int c = 0; c < in.getNumChannels(); ++c)
         ippsFFTFwd_RToCCS_32f (in.getChannel (c), reinterpret_cast<float*> (out.getChannel (c)),
                                realSpec, workBuffer);
@@ -64,6 +67,7 @@ void FourierTransform::inverseReal (ComplexSignal32 const& in, Signal32& out)
     const int bins = in.getNumSamples();
     if (realSpec == nullptr || bins != size / 2 + 1)
         allocate (2 * bins - 2, true);
+    assert (out.getNumChannels() >= in.getNumChannels() && out.getNumSamples() >= size);
     for (int c = 0; c < in.getNumChannels(); ++c)
         ippsFFTInv_CCSToR_32f (reinterpret_cast<const float*> (in.getChannel (c)),
                                out.getChannel (c), realSpec, workBuffer);

@@ -2,6 +2,7 @@
 
 #include "VectorOps.h"
 
+#include <cassert>
 #include <complex>
 #include <cstdint>
 #include <memory>
@@ -89,9 +90,14 @@ public:
     bool hasStorage() const noexcept { return data != nullptr; }
     bool isEmpty() const noexcept { return channels == 0 || samples == 0; }
 
-    T* getChannel (int c) noexcept { return data->channelBlocks[static_cast<std::size_t> (c)]; }
+    T* getChannel (int c) noexcept
+    {
+        assert (data != nullptr && c >= 0 && c < static_cast<int> (data->channelBlocks.size()));
+        return data->channelBlocks[static_cast<std::size_t> (c)];
+    }
     const T* getChannel (int c) const noexcept
     {
+        assert (data != nullptr && c >= 0 && c < static_cast<int> (data->channelBlocks.size()));
         return data->channelBlocks[static_cast<std::size_t> (c)];
     }
     T* operator[] (int c) noexcept { return getChannel (c); }
@@ -131,6 +137,7 @@ public:
     /** New signal of all channels, samples start ... start + length - 1. */
     Signal extractSection (int start, int length) const
     {
+        assert (start >= 0 && length >= 0 && start + length <= samples);
         Signal result (channels, length);
         for (int c = 0; c < channels; ++c)
             std::copy (getChannel (c) + start, getChannel (c) + start + length,
@@ -141,6 +148,7 @@ public:
     /** New signal of count channels, channel i copied from channel first + i. */
     Signal extractChannels (int first, int count) const
     {
+        assert (first >= 0 && count >= 0 && first + count <= channels);
         Signal result (count, samples);
         for (int c = 0; c < count; ++c)
             std::copy (getChannel (first + c), getChannel (first + c) + samples,

@@ -3,6 +3,7 @@
 #include "Signal.h"
 
 #include <algorithm>
+#include <cassert>
 #include <vector>
 
 namespace vesk::audio
@@ -77,6 +78,7 @@ private:
         available -= consume || samples <= 0 ? samples : 0;
         if (samples <= 0)
             return;
+        assert (samples <= available + (consume ? samples : 0));
 
         int index = head, remainingBlocks = count, offset = frontOffset, done = 0;
         while (done < samples && remainingBlocks > 0)
