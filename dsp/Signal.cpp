@@ -13,7 +13,8 @@ constexpr float nepersPerDecibel = 0.115129255f;
 template <typename Operation>
 Signal<float> combine (Signal<float> const& left, Signal<float> const& right, Operation operation)
 {
-    assert (right.getNumChannels() >= left.getNumChannels() && right.getNumSamples() >= left.getNumSamples());
+    assert (right.getNumChannels() >= left.getNumChannels()
+            && right.getNumSamples() >= left.getNumSamples());
     Signal<float> result = left.copy();
     for (int c = 0; c < result.getNumChannels(); ++c)
         operation (right.getChannel (c), result.getChannel (c), result.getNumSamples());
