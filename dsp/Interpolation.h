@@ -25,8 +25,20 @@ public:
     explicit TrigonometricInterpolation (std::vector<Coordinate2D> const& points);
     /** With no points the curve is 0 everywhere. */
     double evaluate (double x) const override;
+    /** evaluate() at many ascending positions at once (the same values, computed once per
+        segment where they can be). */
+    void evaluateAscending (const double* x, float* out, int count) const;
 
 private:
+    struct Segment
+    {
+        double x0, y0, dx, dy, a, b, cosA, cosB;
+    };
+    /** The first point strictly beyond x (points.size() when there is none). */
+    std::size_t findSegment (double x, std::size_t from) const;
+    Segment makeSegment (std::size_t i) const;
+    static double blend (Segment const& segment, double x);
+
     std::vector<Coordinate2D> points;
 };
 } // namespace vesk::audio

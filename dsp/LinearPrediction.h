@@ -2,6 +2,7 @@
 
 #include "Signal.h"
 
+#include <cstdint>
 #include <vector>
 
 namespace vesk::audio
@@ -11,6 +12,11 @@ namespace vesk::audio
 class LinearPrediction
 {
 public:
+    LinearPrediction() = default;
+    ~LinearPrediction();
+    LinearPrediction (LinearPrediction const&) = delete;
+    LinearPrediction& operator= (LinearPrediction const&) = delete;
+
     /** Per channel the polynomial 1, a[1] ... a[count - 1]; a failed recursion gives 1, 0, ... 0.
      */
     Signal32 analyse (Signal32 const& in, int count);
@@ -18,7 +24,13 @@ public:
     bool lpa (const float* x, int n, double* a, int order);
 
 private:
+    void autocorrelate (const float* x, int n, int lags);
+
     std::vector<double> autocorrelation;
+    IppsFFTSpec_R_64f* spec = nullptr;
+    int specSize = 0;
+    std::uint8_t* work = nullptr;
+    double* block = nullptr;
     std::vector<double> coefficients;
     std::vector<double> previous;
 };

@@ -30,6 +30,26 @@ public:
         available += block.getNumSamples();
     }
 
+    /** Appends a copy of a block, reusing the storage of blocks already consumed, so that a
+        caller may overwrite its block afterwards. Real-time safe once the queue has held as many
+        blocks of this size as it needs (it allocates only to grow). */
+    void pushCopy (SignalType const& block)
+    {
+        if (!block.hasStorage() || block.getNumSamples() <= 0)
+            return;
+        SignalType stored;
+        if (!spares.empty())
+        {
+            stored = std::move (spares.back());
+            spares.pop_back();
+        }
+        stored.ensureDimensions (block.getNumChannels(), block.getNumSamples());
+        for (int c = 0; c < block.getNumChannels(); ++c)
+            ippsCopy_32f (block.getChannel (c), stored.getChannel (c), block.getNumSamples());
+        push (stored);
+        ownsBlocks = true;
+    }
+
     /** Fills out with the next out.getNumSamples() samples and consumes them. */
     void get (SignalType& out) { read (out.getNumSamples(), &out, true); }
     /** As get, without consuming anything. */
@@ -57,8 +77,14 @@ public:
     /** Drops every block and forgets the channel count. Real-time safe. */
     void clear()
     {
-        for (auto& block : blocks)
+        for (int i = 0; i < count; ++i)
+        {
+            auto& block =
+                blocks[static_cast<std::size_t> ((head + i) % static_cast<int> (blocks.size()))];
+            if (ownsBlocks && spares.size() < spares.capacity())
+                spares.push_back (std::move (block));
             block = SignalType();
+        }
         head = 0;
         count = 0;
         available = 0;
@@ -94,6 +120,9 @@ private:
             {
                 if (consume)
                 {
+                    // Blocks the queue copied itself are kept for reuse by pushCopy.
+                    if (ownsBlocks && spares.size() < spares.capacity())
+                        spares.push_back (std::move (block));
                     block = SignalType();
                     head = (head + 1) % static_cast<int> (blocks.size());
                     --count;
@@ -109,6 +138,7 @@ private:
 
     void grow()
     {
+        spares.reserve (std::max<std::size_t> (8, blocks.size() * 2));
         std::vector<SignalType> larger (std::max<std::size_t> (8, blocks.size() * 2));
         for (int i = 0; i < count; ++i)
             larger[static_cast<std::size_t> (i)] =
@@ -119,6 +149,8 @@ private:
 
     int available = 0;
     std::vector<SignalType> blocks; // a ring of handles, oldest at head
+    std::vector<SignalType> spares; // consumed copies awaiting reuse; never grows on its own
+    bool ownsBlocks = false;
     int head = 0;
     int count = 0;
     int frontOffset = 0;

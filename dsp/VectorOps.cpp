@@ -414,6 +414,46 @@ fftwf_plan getPlan (PlanKind kind, int n)
     return plan;
 }
 
+// The double-precision plans, kept the same way.
+struct PlanCache64
+{
+    ~PlanCache64()
+    {
+        std::lock_guard<std::mutex> guard (planLock());
+        for (auto& entry : plans)
+            fftw_destroy_plan (entry.second);
+        plans.clear();
+        fftw_cleanup();
+    }
+
+    std::map<std::pair<int, int>, fftw_plan> plans;
+};
+
+fftw_plan getPlan64 (bool forward, int n)
+{
+    std::lock_guard<std::mutex> guard (planLock());
+    static PlanCache64 cache;
+    const auto key = std::make_pair (forward ? 0 : 1, n);
+    if (auto found = cache.plans.find (key); found != cache.plans.end())
+        return found->second;
+    auto* in =
+        static_cast<double*> (fftw_malloc (sizeof (double) * 2 * static_cast<std::size_t> (n + 2)));
+    auto* out =
+        static_cast<double*> (fftw_malloc (sizeof (double) * 2 * static_cast<std::size_t> (n + 2)));
+    fftw_plan plan = nullptr;
+    if (in != nullptr && out != nullptr)
+        plan = forward ? fftw_plan_dft_r2c_1d (n, in, reinterpret_cast<fftw_complex*> (out),
+                                               FFTW_ESTIMATE)
+                       : fftw_plan_dft_c2r_1d (n, reinterpret_cast<fftw_complex*> (in), out,
+                                               FFTW_ESTIMATE);
+    fftw_free (in);
+    fftw_free (out);
+    if (plan == nullptr)
+        throw std::bad_alloc();
+    cache.plans.emplace (key, plan);
+    return plan;
+}
+
 // Where the second half of a real transform's work buffer starts: past room for a packed
 // spectrum, rounded up so that both halves keep the alignment the plans were made for.
 int secondHalf (int n) { return (n + 2 + 15) / 16 * 16; }
@@ -511,6 +551,68 @@ int ippsFFTInv_CCSToR_32f (const float* src, float* dst, const IppsFFTSpec_R_32f
 int ippsFFTFree_R_32f (IppsFFTSpec_R_32f* spec)
 {
     delete spec; // the plans stay cached for the next preparation of the same size
+    return 0;
+}
+
+struct IppsFFTSpec_R_64f
+{
+    int size = 0;
+    fftw_plan forward = nullptr;
+    fftw_plan inverse = nullptr;
+};
+
+int ippsFFTInitAlloc_R_64f (IppsFFTSpec_R_64f** spec, int order, int, IppHintAlgorithm)
+{
+    auto* s = new IppsFFTSpec_R_64f();
+    s->size = 1 << order;
+    try
+    {
+        s->forward = getPlan64 (true, s->size);
+        s->inverse = getPlan64 (false, s->size);
+    }
+    catch (...)
+    {
+        delete s;
+        throw;
+    }
+    *spec = s;
+    return 0;
+}
+
+int ippsFFTGetBufSize_R_64f (const IppsFFTSpec_R_64f* spec, int* bytes)
+{
+    *bytes = 2 * secondHalf (spec->size) * static_cast<int> (sizeof (double));
+    return 0;
+}
+
+int ippsFFTFwd_RToCCS_64f (const double* src, double* dst, const IppsFFTSpec_R_64f* spec,
+                           std::uint8_t* buffer)
+{
+    // Always through the (aligned) work buffer: simple, and these transforms are not on a hot path.
+    const int n = spec->size;
+    auto* work = reinterpret_cast<double*> (buffer);
+    double* spectrum = work + secondHalf (n);
+    std::memcpy (work, src, sizeof (double) * static_cast<std::size_t> (n));
+    fftw_execute_dft_r2c (spec->forward, work, reinterpret_cast<fftw_complex*> (spectrum));
+    std::memcpy (dst, spectrum, sizeof (double) * static_cast<std::size_t> (n + 2));
+    return 0;
+}
+
+int ippsFFTInv_CCSToR_64f (const double* src, double* dst, const IppsFFTSpec_R_64f* spec,
+                           std::uint8_t* buffer)
+{
+    const int n = spec->size;
+    auto* work = reinterpret_cast<double*> (buffer);
+    double* block = work + secondHalf (n);
+    std::memcpy (work, src, sizeof (double) * static_cast<std::size_t> (n + 2));
+    fftw_execute_dft_c2r (spec->inverse, reinterpret_cast<fftw_complex*> (work), block);
+    std::memcpy (dst, block, sizeof (double) * static_cast<std::size_t> (n));
+    return 0;
+}
+
+int ippsFFTFree_R_64f (IppsFFTSpec_R_64f* spec)
+{
+    delete spec;
     return 0;
 }
 

@@ -81,6 +81,17 @@ int ippsFFTInv_CCSToR_32f (const float* src, float* dst, const IppsFFTSpec_R_32f
                            std::uint8_t* buffer);
 int ippsFFTFree_R_32f (IppsFFTSpec_R_32f* spec);
 
+/* Double-precision real transforms, for sums that float rounding would spoil (the
+   autocorrelation of high-order linear prediction). Same packing and scaling rules. */
+struct IppsFFTSpec_R_64f;
+int ippsFFTInitAlloc_R_64f (IppsFFTSpec_R_64f** spec, int order, int flag, IppHintAlgorithm hint);
+int ippsFFTGetBufSize_R_64f (const IppsFFTSpec_R_64f* spec, int* bytes);
+int ippsFFTFwd_RToCCS_64f (const double* src, double* dst, const IppsFFTSpec_R_64f* spec,
+                           std::uint8_t* buffer);
+int ippsFFTInv_CCSToR_64f (const double* src, double* dst, const IppsFFTSpec_R_64f* spec,
+                           std::uint8_t* buffer);
+int ippsFFTFree_R_64f (IppsFFTSpec_R_64f* spec);
+
 int ippsFFTInitAlloc_C_32fc (IppsFFTSpec_C_32fc** spec, int order, int flag, IppHintAlgorithm hint);
 int ippsFFTGetBufSize_C_32fc (const IppsFFTSpec_C_32fc* spec, int* bytes);
 int ippsFFTFree_C_32fc (IppsFFTSpec_C_32fc* spec);

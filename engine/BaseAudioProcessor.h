@@ -1,0 +1,44 @@
+#pragma once
+
+#include "AudioFormat.h"
+#include "Signal.h"
+
+#include <cstdint>
+
+namespace vesk::audio
+{
+/** What an engine asks of its host layer. */
+struct ProcessingInfo
+{
+    std::int32_t blockLength = 0; // fixed processing block length; 0 accepts any length
+    std::int32_t latency = 0;     // the engine's own latency in samples
+    bool flag = false;
+};
+
+/** The interface of every signal-processing engine: stream format, numbered parameters, reset
+    and block processing. */
+class BaseAudioProcessor
+{
+public:
+    virtual ~BaseAudioProcessor() = default;
+
+    /** Stores both formats; returns true. Not while audio runs. */
+    virtual bool setFormat (const AudioFormat& input, const AudioFormat& output);
+    /** Fills 0, 0, false. Any thread. */
+    virtual void getProcessingInfo (ProcessingInfo& info);
+    /** No parameters here: throws std::out_of_range ("Parameter index"). Any thread. */
+    virtual void getParameterRange (int index, float& minimum, float& maximum);
+    virtual float getParameterValue (int index);
+    virtual void setParameterValue (int index, float value, bool);
+    /** Nothing to do here. Message thread. */
+    virtual void effectuateParameterChanges();
+    /** Nothing to do here. Not while audio runs. */
+    virtual void reset();
+    /** One block of audio. Audio thread. */
+    virtual Signal32 process (const Signal32& input) = 0;
+
+protected:
+    AudioFormat inputFormat;
+    AudioFormat outputFormat;
+};
+} // namespace vesk::audio
