@@ -39,6 +39,8 @@ public:
                                   .count());
     }
     double stop() { return threadCpuSeconds() - cpuStart; }
+    double lastBlock() const { return blockTimes.empty() ? 0.0 : blockTimes.back(); }
+    std::vector<double> const& times() const { return blockTimes; }
 
     /** Keeps, block by block, the smaller of this pass's time and the times kept so far. */
     void keepFastest (std::vector<double>& fastest) const

@@ -79,6 +79,47 @@ bool LinearPrediction::lpa (const float* x, int n, double* a, int order)
     autocorrelate (x, n, order + 2);
     const double* r = autocorrelation.data();
 
+    return levinson (r, a, order);
+}
+
+namespace
+{
+// The recursion's two inner loops, written so that they vectorise. The sum runs forward over a
+// reversed copy of the autocorrelation in sixteen interleaved partial sums (several vector
+// accumulators hide the latency of each addition; the order of a double sum is free to change).
+// The update takes each pair (j, i + 1 - j) together from the old values.
+VESK_VECTOR_CLONES double dot (const double* __restrict x, const double* __restrict y, int count)
+{
+    constexpr int lanes = 16;
+    double partial[lanes] = {};
+    int j = 0;
+    for (; j + lanes <= count; j += lanes)
+        for (int l = 0; l < lanes; ++l)
+            partial[l] += x[j + l] * y[j + l];
+    double sum = 0.0;
+    for (; j < count; ++j)
+        sum += x[j] * y[j];
+    for (double p : partial)
+        sum += p;
+    return sum;
+}
+
+VESK_VECTOR_CLONES void reflect (double* a, int i, double k)
+{
+    const int half = i / 2;
+    for (int j = 1; j <= half; ++j)
+    {
+        const double low = a[j], high = a[i + 1 - j];
+        a[j] = low + k * high;
+        a[i + 1 - j] = high + k * low;
+    }
+    if (i % 2 == 1)
+        a[half + 1] += k * a[half + 1];
+}
+} // namespace
+
+bool LinearPrediction::levinson (const double* r, double* a, int order)
+{
     a[0] = 1.0;
     for (int j = 1; j <= order; ++j)
         a[j] = 0.0;
@@ -87,17 +128,16 @@ bool LinearPrediction::lpa (const float* x, int n, double* a, int order)
     a[1] = r[0] != 0.0 ? -r[1] / r[0] : 0.0;
     double error = r[0] + a[1] * r[1];
 
-    previous.resize (static_cast<std::size_t> (order + 1));
+    // reversed[m] = r[order + 1 - m], so that r[i + 1 - j] = reversed[order - i + j].
+    reversed.resize (static_cast<std::size_t> (order + 2));
+    for (int m = 0; m <= order + 1; ++m)
+        reversed[static_cast<std::size_t> (m)] = r[order + 1 - m];
+
     for (int i = 1; i <= order - 1; ++i)
     {
-        double acc = 0.0;
-        for (int j = 0; j <= i; ++j)
-            acc += r[i + 1 - j] * a[j];
+        const double acc = dot (reversed.data() + (order - i), a, i + 1);
         const double k = error != 0.0 ? -acc / error : 0.0;
-        std::copy (a, a + i + 1, previous.begin());
-        for (int j = 1; j <= i; ++j)
-            a[j] = previous[static_cast<std::size_t> (j)]
-                   + k * previous[static_cast<std::size_t> (i + 1 - j)];
+        reflect (a, i, k);
         a[i + 1] = k;
         error += k * acc;
         if (error < 0.0)

@@ -25,6 +25,7 @@ public:
 
 private:
     void autocorrelate (const float* x, int n, int lags);
+    bool levinson (const double* r, double* a, int order);
 
     std::vector<double> autocorrelation;
     IppsFFTSpec_R_64f* spec = nullptr;
@@ -32,6 +33,6 @@ private:
     std::uint8_t* work = nullptr;
     double* block = nullptr;
     std::vector<double> coefficients;
-    std::vector<double> previous;
+    std::vector<double> reversed;
 };
 } // namespace vesk::audio

@@ -50,11 +50,14 @@ bool Deconvolution::setFormat (const AudioFormat& input, const AudioFormat& outp
 
     const int bins = fftSize / 2 + 1;
     binFrequencies.assign (static_cast<std::size_t> (bins), 0.0f);
+    binLogFrequencies.assign (static_cast<std::size_t> (bins), 0.0);
     binWeights = Signal32 (1, bins);
     float* weights = binWeights.getChannel (0);
     for (int k = 0; k < bins; ++k)
     {
         binFrequencies[static_cast<std::size_t> (k)] = static_cast<float> (k * rate / fftSize);
+        binLogFrequencies[static_cast<std::size_t> (k)] =
+            std::log10 (binFrequencies[static_cast<std::size_t> (k)]);
         weights[k] = 1.0f < static_cast<float> (k) ? 1.0f / static_cast<float> (k) : 1.0f;
     }
     float total = 0.0f;

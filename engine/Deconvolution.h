@@ -146,6 +146,7 @@ private:
     Signal32 impulseResponse;
 
     std::vector<float> binFrequencies;
+    std::vector<double> binLogFrequencies; // log10 of each bin's frequency, where curves are drawn
     Signal32 binWeights;
 
     SignalQueue<Signal32> inputQueue;

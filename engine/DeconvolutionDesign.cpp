@@ -123,7 +123,6 @@ Signal32 Deconvolution::extractTargetModelFromSource (const Signal32&)
             sourceEstimate[0][k]
             * static_cast<float> (0.5 + 0.5 * std::cos (M_PI * k / std::max (taps, 1)));
     const auto whitening = getMagnitudesFromFilterCoefficients (shortened, sourceSampleRate);
-    const float* magnitude = whitening.getChannel (0);
 
     // Half-octave bands from 20 Hz up. A band's level is the mean of its bins in dB (a geometric
     // mean), so that a narrow notch or peak of the model cannot dominate the band. Bands centred
@@ -133,6 +132,8 @@ Signal32 Deconvolution::extractTargetModelFromSource (const Signal32&)
     const double binWidth = sampleRate / fftSize;
     const auto toBin = [&] (double frequency)
     { return std::clamp (static_cast<int> (std::lround (frequency / binWidth)), 1, bins - 1); };
+    Signal32 logMagnitude = Signal32::log (Signal32::lowerBound (whitening, 1.0e-10f));
+    const float* level = logMagnitude.getChannel (0);
     std::vector<Coordinate2D> points;
     for (double centre = 20.0; centre < sampleRate * 0.5; centre *= std::sqrt (2.0))
     {
@@ -141,21 +142,17 @@ Signal32 Deconvolution::extractTargetModelFromSource (const Signal32&)
             centre < 100.0 ? toBin (100.0 * std::sqrt (2.0)) : toBin (centre * std::sqrt (2.0));
         double sum = 0.0;
         for (int k = first; k <= last; ++k)
-            sum += std::log (std::max (static_cast<double> (magnitude[k]), 1e-10));
-        const double level = std::exp (sum / (last - first + 1));
-        points.push_back ({static_cast<double> (static_cast<float> (std::log10 (centre))), level});
+            sum += level[k];
+        points.push_back ({static_cast<double> (static_cast<float> (std::log10 (centre))),
+                           std::exp (sum / (last - first + 1))});
     }
 
     Signal32 target (1, bins, 1.0f);
     if (points.empty() || bins < 2)
         return target;
     TrigonometricInterpolation smoothed (points);
-    std::vector<double> positions (static_cast<std::size_t> (bins - 1));
-    for (int k = 1; k < bins; ++k)
-        positions[static_cast<std::size_t> (k - 1)] =
-            std::log10 (binFrequencies[static_cast<std::size_t> (k)]);
     float* out = target.getChannel (0);
-    smoothed.evaluateAscending (positions.data(), out + 1, bins - 1);
+    smoothed.evaluateAscending (binLogFrequencies.data() + 1, out + 1, bins - 1);
     for (int k = 1; k < bins; ++k)
         out[k] = 1.0f / out[k];
     out[0] = out[1];
