@@ -84,37 +84,30 @@ bool LinearPrediction::lpa (const float* x, int n, double* a, int order)
 
 namespace
 {
-// The recursion's two inner loops, written so that they vectorise. The sum runs forward over a
-// reversed copy of the autocorrelation in sixteen interleaved partial sums (several vector
-// accumulators hide the latency of each addition; the order of a double sum is free to change).
-// The update takes each pair (j, i + 1 - j) together from the old values.
-VESK_VECTOR_CLONES double dot (const double* __restrict x, const double* __restrict y, int count)
-{
-    constexpr int lanes = 16;
-    double partial[lanes] = {};
-    int j = 0;
-    for (; j + lanes <= count; j += lanes)
-        for (int l = 0; l < lanes; ++l)
-            partial[l] += x[j + l] * y[j + l];
-    double sum = 0.0;
-    for (; j < count; ++j)
-        sum += x[j] * y[j];
-    for (double p : partial)
-        sum += p;
-    return sum;
-}
-
-VESK_VECTOR_CLONES void reflect (double* a, int i, double k)
+// One step of the recursion in a single pass: each pair (j, i + 1 - j) is updated together
+// from the old values, and the sum that the next step needs is gathered from the new values on
+// the way, so the coefficients are read once per step. The order of that double sum is free to
+// change, which lets it vectorise.
+VESK_VECTOR_CLONES double reflect (double* __restrict a, const double* __restrict r, int i,
+                                   double k)
 {
     const int half = i / 2;
+    double next = r[i + 2];
+#pragma omp simd reduction(+ : next)
     for (int j = 1; j <= half; ++j)
     {
         const double low = a[j], high = a[i + 1 - j];
-        a[j] = low + k * high;
-        a[i + 1 - j] = high + k * low;
+        const double newLow = low + k * high, newHigh = high + k * low;
+        a[j] = newLow;
+        a[i + 1 - j] = newHigh;
+        next += r[i + 2 - j] * newLow + r[j + 1] * newHigh;
     }
     if (i % 2 == 1)
+    {
         a[half + 1] += k * a[half + 1];
+        next += r[i + 1 - half] * a[half + 1];
+    }
+    return next + r[1] * k;
 }
 } // namespace
 
@@ -128,20 +121,16 @@ bool LinearPrediction::levinson (const double* r, double* a, int order)
     a[1] = r[0] != 0.0 ? -r[1] / r[0] : 0.0;
     double error = r[0] + a[1] * r[1];
 
-    // reversed[m] = r[order + 1 - m], so that r[i + 1 - j] = reversed[order - i + j].
-    reversed.resize (static_cast<std::size_t> (order + 2));
-    for (int m = 0; m <= order + 1; ++m)
-        reversed[static_cast<std::size_t> (m)] = r[order + 1 - m];
-
+    double acc = r[2] + r[1] * a[1]; // the sum of r[i + 1 - j] a[j] for i = 1
     for (int i = 1; i <= order - 1; ++i)
     {
-        const double acc = dot (reversed.data() + (order - i), a, i + 1);
         const double k = error != 0.0 ? -acc / error : 0.0;
-        reflect (a, i, k);
+        const double next = reflect (a, r, i, k);
         a[i + 1] = k;
         error += k * acc;
         if (error < 0.0)
             return false;
+        acc = next;
     }
     return true;
 }

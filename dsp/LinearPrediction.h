@@ -33,6 +33,5 @@ private:
     std::uint8_t* work = nullptr;
     double* block = nullptr;
     std::vector<double> coefficients;
-    std::vector<double> reversed;
 };
 } // namespace vesk::audio
