@@ -37,6 +37,12 @@ public:
     /** One block of audio. Audio thread. */
     virtual Signal32 process (const Signal32& input) = 0;
 
+    const AudioFormat& getInputFormat() const noexcept { return inputFormat; }
+    const AudioFormat& getOutputFormat() const noexcept { return outputFormat; }
+
+    /** The host's announced block size, written by the host layer before each (re)start. */
+    int expectedBlockSize = 0;
+
 protected:
     AudioFormat inputFormat;
     AudioFormat outputFormat;
