@@ -236,6 +236,7 @@ void ippsWinBlackman_32f_I (float* srcDst, int len, float alpha)
 struct IppsFIRState_32f
 {
     static constexpr int chunk = 256;
+    static constexpr int slack = 32; // read (not used) by the kernel's last, partial run
     int tapsLen = 0;
     float* taps = nullptr;
     float* buffer = nullptr; // (tapsLen - 1) delay samples, then room for one chunk of input
@@ -244,13 +245,15 @@ struct IppsFIRState_32f
 namespace
 {
 // Accumulating over taps in the outer loop keeps a run of outputs in registers and streams
-// the input contiguously, which vectorises without reordering any float sums.
+// the input contiguously, which vectorises without reordering any float sums. A last, partial
+// run is computed as a whole one (the state's buffer has room for it) and cut, so every output
+// takes the same arithmetic wherever the block boundaries fall: two hosts that split the same
+// stream differently get the same bits.
 VESK_VECTOR_CLONES void firKernel (const float* __restrict taps, int tapsLen,
                                    const float* __restrict x, float* __restrict y, int count)
 {
     constexpr int run = 32;
-    int i = 0;
-    for (; i + run <= count; i += run)
+    for (int i = 0; i < count; i += run)
     {
         float acc[run] = {};
         for (int k = 0; k < tapsLen; ++k)
@@ -260,15 +263,9 @@ VESK_VECTOR_CLONES void firKernel (const float* __restrict taps, int tapsLen,
             for (int j = 0; j < run; ++j)
                 acc[j] += h * xp[j];
         }
-        for (int j = 0; j < run; ++j)
+        const int keep = count - i < run ? count - i : run;
+        for (int j = 0; j < keep; ++j)
             y[i + j] = acc[j];
-    }
-    for (; i < count; ++i)
-    {
-        float acc = 0.0f;
-        for (int k = 0; k < tapsLen; ++k)
-            acc += taps[k] * x[tapsLen - 1 - k + i];
-        y[i] = acc;
     }
 }
 } // namespace
@@ -280,14 +277,16 @@ int ippsFIRInitAlloc_32f (IppsFIRState_32f** state, const float* taps, int tapsL
     s->tapsLen = std::max (tapsLen, 1);
     s->taps =
         static_cast<float*> (ippMalloc (sizeof (float) * static_cast<std::size_t> (s->tapsLen)));
-    s->buffer = static_cast<float*> (ippMalloc (
-        sizeof (float) * static_cast<std::size_t> (s->tapsLen - 1 + IppsFIRState_32f::chunk)));
+    const int bufferLength = s->tapsLen - 1 + IppsFIRState_32f::chunk + IppsFIRState_32f::slack;
+    s->buffer =
+        static_cast<float*> (ippMalloc (sizeof (float) * static_cast<std::size_t> (bufferLength)));
     if (s->taps == nullptr || s->buffer == nullptr)
     {
         ippsFIRFree_32f (s);
         throw std::bad_alloc();
     }
     ippsZero_32f (s->taps, s->tapsLen);
+    ippsZero_32f (s->buffer, bufferLength);
     if (taps != nullptr)
         ippsCopy_32f (taps, s->taps, tapsLen);
     ippsFIRSetDlyLine_32f (s, dlyLine);

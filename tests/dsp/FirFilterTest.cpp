@@ -260,6 +260,27 @@ TEST (FirFilterStream, SeveralResponsesFilterTheSameInputIndependently)
     }
 }
 
+TEST (FirFilterStream, TheSameStreamSplitDifferentlyGivesTheSameBits)
+{
+    // Hosts split a stream as they please; the output must not depend on it, to the last bit.
+    const auto response = decayingResponse (2, 2400, 51);
+    const auto input = whiteNoise (2, 20000, 52);
+    FirFilter reference;
+    reference.setImpulseResponse (response);
+    const auto expected = streamThrough (reference, input, {512});
+    for (std::vector<int> const& blocks :
+         std::vector<std::vector<int>>{{1}, {17, 64, 1, 480}, {33, 4096}})
+    {
+        FirFilter filter;
+        filter.setImpulseResponse (response);
+        const auto output = streamThrough (filter, input, blocks);
+        for (int c = 0; c < 2; ++c)
+            for (int n = 0; n < 20000; ++n)
+                ASSERT_EQ (output[c][n], expected[c][n])
+                    << "sample " << n << ", first block " << blocks[0];
+    }
+}
+
 TEST (FirFilterStream, ResetSilencesTheHistoryButKeepsTheResponse)
 {
     const auto response = decayingResponse (1, 3000, 41);
