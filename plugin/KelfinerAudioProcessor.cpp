@@ -1,0 +1,196 @@
+#include "KelfinerAudioProcessor.h"
+
+#include "KelfinerAudioProcessorEditor.h"
+
+using vesk::audio::Deconvolution;
+using vesk::audio::Signal32;
+
+KelfinerAudioProcessor::KelfinerAudioProcessor()
+    : BasePlugInProcessor (new Deconvolution(), bundle, displayName, code, version),
+      deconvolution (static_cast<Deconvolution*> (getProcessor()))
+{
+    auto* engineToDescribe = getProcessor();
+    using Mode = ParameterDescription::ParameterMappingMode;
+    const auto add = [&] (int id, const char* name, const char* unit, float step, Mode mode)
+    { addParameter (new ParameterDescription (engineToDescribe, id, name, unit, step, mode)); };
+    add (0, "EstimationMode", "", 1.0f, ParameterDescription::linear);
+    add (1, "EstimationThreshold", "dB", 0.1f, ParameterDescription::linear);
+    add (2, "FilterLength", "ms", 0.1f, ParameterDescription::linear);
+    add (3, "TargetModel", "", 1.0f, ParameterDescription::linear);
+    add (4, "MasterGain", "dB", 0.1f, ParameterDescription::linear);
+    add (5, "EnableAnalyzers", "", 1.0f, ParameterDescription::linear);
+    add (6, "EnableEmphasisCurve", "", 1.0f, ParameterDescription::linear);
+    for (int i = 0; i < Deconvolution::numEmphasisPoints; ++i)
+    {
+        const juce::String point = "CurvePoint" + juce::String (i + 1);
+        addParameter (new ParameterDescription (
+            engineToDescribe, Deconvolution::emphasisPointEnabledIndex + i, point + "Enabled", "",
+            1.0f, ParameterDescription::linear));
+        addParameter (new ParameterDescription (
+            engineToDescribe, Deconvolution::emphasisPointFrequencyIndex + i, point + "Frequency",
+            "", 0.1f, ParameterDescription::logarithmic));
+        addParameter (
+            new ParameterDescription (engineToDescribe, Deconvolution::emphasisPointLevelIndex + i,
+                                      point + "Level", "", 0.1f, ParameterDescription::linear));
+    }
+}
+
+juce::AudioProcessorEditor* KelfinerAudioProcessor::createEditor()
+{
+    return new KelfinerAudioProcessorEditor (*this);
+}
+
+void KelfinerAudioProcessor::clearSettings()
+{
+    BasePlugInProcessor::clearSettings();
+    deconvolution->setSourceFilter (Signal32(), 0.0);
+    deconvolution->setTargetFilter (Signal32(), 0.0);
+}
+
+void KelfinerAudioProcessor::serializeSignal (Signal32 const& signal, juce::OutputStream& out)
+{
+    const bool hasData = signal.hasStorage();
+    const int channels = hasData ? signal.getNumChannels() : 0;
+    const int samples = hasData ? signal.getNumSamples() : 0;
+    out.writeInt (channels);
+    out.writeInt (samples);
+    for (int c = 0; c < channels; ++c)
+        for (int n = 0; n < samples; ++n)
+            out.writeFloat (signal[c][n]);
+}
+
+Signal32 KelfinerAudioProcessor::deserializeSignal (juce::MemoryInputStream& stream)
+{
+    const int channels = stream.readInt();
+    const int samples = stream.readInt();
+    if (channels == 0 || samples == 0)
+        return {};
+    // Hostile or truncated data: never allocate more than the remaining bytes could fill, and
+    // never hand back samples that were not read.
+    const auto remaining = stream.getNumBytesRemaining();
+    if (channels < 0 || samples < 0 || channels > 64
+        || static_cast<juce::int64> (channels) * samples * 4 > remaining)
+        return {};
+    Signal32 signal (channels, samples);
+    for (int c = 0; c < channels; ++c)
+        stream.read (signal.getChannel (c), samples * 4);
+#if JUCE_BIG_ENDIAN
+    for (int c = 0; c < channels; ++c)
+        for (int n = 0; n < samples; ++n)
+            signal[c][n] = juce::ByteOrder::swapIfBigEndian (signal[c][n]);
+#endif
+    // A filter with non-finite taps would silence or wreck the output: refuse it whole.
+    for (int c = 0; c < channels; ++c)
+        for (int n = 0; n < samples; ++n)
+            if (!std::isfinite (signal[c][n]))
+                return {};
+    return signal;
+}
+
+void KelfinerAudioProcessor::getCurrentProgramStateInformation (juce::MemoryBlock& dest)
+{
+    dest.reset();
+    juce::MemoryOutputStream out (dest, false);
+    getParameterSettings (out);
+    Signal32 filter;
+    double rate = 0.0;
+    deconvolution->getSourceFilter (filter, rate);
+    out.writeDouble (rate);
+    serializeSignal (filter, out);
+    deconvolution->getTargetFilter (filter, rate);
+    out.writeDouble (rate);
+    serializeSignal (filter, out);
+}
+
+void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data, int size)
+{
+    juce::MemoryInputStream in (data, static_cast<std::size_t> (juce::jmax (size, 0)), false);
+    if (setParameterSettings (in))
+    {
+        // A state cut short after the parameters keeps the filters that are already there.
+        if (in.getNumBytesRemaining() >= 16)
+        {
+            const double sourceRate = in.readDouble();
+            const auto source = deserializeSignal (in);
+            deconvolution->setSourceFilter (source, sourceRate);
+        }
+        if (in.getNumBytesRemaining() >= 16)
+        {
+            const double targetRate = in.readDouble();
+            const auto target = deserializeSignal (in);
+            deconvolution->setTargetFilter (target, targetRate);
+        }
+    }
+    updateSetStateTime();
+}
+
+bool KelfinerAudioProcessor::fillCustomDataXmlElement (juce::XmlElement* customData)
+{
+    const auto add = [customData] (const char* tag, Signal32 const& filter, double rate)
+    {
+        juce::MemoryOutputStream record (256);
+        serializeSignal (filter, record);
+        auto* element = customData->createNewChildElement (tag);
+        element->setAttribute ("sampleRate", rate);
+        element->setAttribute ("binaryData", record.getMemoryBlock().toBase64Encoding());
+    };
+    Signal32 filter;
+    double rate = 0.0;
+    deconvolution->getSourceFilter (filter, rate);
+    add ("SourceFilter", filter, rate);
+    deconvolution->getTargetFilter (filter, rate);
+    add ("TargetFilter", filter, rate);
+    return true;
+}
+
+void KelfinerAudioProcessor::parseCustomDataXmlElement (juce::XmlElement* customData)
+{
+    for (const char* tag : {"SourceFilter", "TargetFilter"})
+    {
+        auto* element = customData->getChildByName (tag);
+        if (element == nullptr)
+            continue;
+        const double rate = element->getDoubleAttribute ("sampleRate", 44100.0);
+        juce::MemoryBlock decoded;
+        decoded.fromBase64Encoding (element->getStringAttribute ("binaryData", {}));
+        if (decoded.isEmpty())
+            continue;
+        juce::MemoryInputStream in (decoded, false);
+        const auto signal = deserializeSignal (in);
+        if (juce::String (tag) == "SourceFilter")
+            deconvolution->setSourceFilter (signal, rate);
+        else
+            deconvolution->setTargetFilter (signal, rate);
+    }
+}
+
+bool KelfinerAudioProcessor::writeFilterFile (juce::File const& file, Signal32 const& coefficients,
+                                              double rate)
+{
+    juce::TemporaryFile temporary (file);
+    {
+        juce::FileOutputStream out (temporary.getFile());
+        if (!out.openedOk())
+            return false;
+        out.writeDouble (rate);
+        serializeSignal (coefficients, out);
+        out.flush();
+        if (out.getStatus().failed())
+            return false;
+    }
+    return temporary.overwriteTargetFileWithTemporary();
+}
+
+bool KelfinerAudioProcessor::readFilterFile (juce::File const& file, Signal32& coefficients,
+                                             double& rate)
+{
+    juce::MemoryBlock data;
+    if (!file.loadFileAsData (data) || data.getSize() < 16)
+        return false;
+    juce::MemoryInputStream in (data, false);
+    rate = in.readDouble();
+    coefficients = deserializeSignal (in);
+    return coefficients.hasStorage() && std::isfinite (rate) && rate > 0.0;
+}
+
+juce::AudioProcessor* JUCE_CALLTYPE createPluginFilter() { return new KelfinerAudioProcessor(); }

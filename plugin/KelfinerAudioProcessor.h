@@ -1,0 +1,44 @@
+#pragma once
+
+#include "BasePlugInProcessor.h"
+#include "Deconvolution.h"
+
+/** Kelfiner's processor: the deconvolution engine behind 43 public parameters, with the learnt
+    source filter and the custom target filter kept in the host state and in presets. */
+class KelfinerAudioProcessor : public BasePlugInProcessor
+{
+public:
+    static constexpr const char* bundle = "Kelfiner";
+    static constexpr const char* displayName = "Kelfiner";
+    static constexpr unsigned int code = 0x4b6c666e; // 'Klfn'
+    static constexpr const char* version = "1.0.0";
+
+    KelfinerAudioProcessor();
+
+    vesk::audio::Deconvolution& getEngine() const noexcept { return *deconvolution; }
+
+    bool hasEditor() const override { return true; }
+    juce::AudioProcessorEditor* createEditor() override;
+
+    void clearSettings() override;
+    void getCurrentProgramStateInformation (juce::MemoryBlock& dest) override;
+    void setCurrentProgramStateInformation (const void* data, int size) override;
+    bool fillCustomDataXmlElement (juce::XmlElement* customData) override;
+    void parseCustomDataXmlElement (juce::XmlElement* customData) override;
+
+    /** Writes a signal record: channels, samples, then the samples channel after channel. */
+    static void serializeSignal (vesk::audio::Signal32 const& signal, juce::OutputStream& out);
+    /** Reads a signal record. A record whose counts are negative, absurd or larger than the
+        bytes that remain is read as an empty signal. */
+    static vesk::audio::Signal32 deserializeSignal (juce::MemoryInputStream& stream);
+
+    /** Reads and writes `*.filter` files: a sample rate (double) and a signal record. Writes
+        through a temporary file, so a failed write leaves the old file. Message thread. */
+    static bool writeFilterFile (juce::File const& file, vesk::audio::Signal32 const& coefficients,
+                                 double rate);
+    static bool readFilterFile (juce::File const& file, vesk::audio::Signal32& coefficients,
+                                double& rate);
+
+private:
+    vesk::audio::Deconvolution* deconvolution;
+};

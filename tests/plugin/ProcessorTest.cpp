@@ -1,0 +1,521 @@
+#include "AllocationGuard.h"
+#include "KelfinerAudioProcessor.h"
+#include "TestSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+using vesk::audio::Deconvolution;
+using vesk::audio::Signal32;
+
+JUCE_BEGIN_IGNORE_WARNINGS_GCC_LIKE ("-Wdeprecated-declarations")
+
+namespace
+{
+struct CountingListener : BasePlugInProcessor::Listener
+{
+    void parameterChanged (int index) override
+    {
+        calls.push_back (index);
+        if (onCall)
+            onCall();
+    }
+    std::vector<int> calls;
+    std::function<void()> onCall;
+};
+
+juce::MemoryBlock stateOf (KelfinerAudioProcessor& processor)
+{
+    juce::MemoryBlock block;
+    processor.getStateInformation (block);
+    return block;
+}
+
+Signal32 ramp (int channels, int samples)
+{
+    Signal32 s (channels, samples);
+    for (int c = 0; c < channels; ++c)
+        for (int n = 0; n < samples; ++n)
+            s[c][n] = 0.001f * static_cast<float> (n + 100 * c);
+    return s;
+}
+} // namespace
+
+TEST (KelfinerParameters, FortyThreeInterleavedParametersWithTheirNamesAndTexts)
+{
+    KelfinerAudioProcessor processor;
+    ASSERT_EQ (processor.getNumParameters(), 43);
+    EXPECT_EQ (processor.getParameterName (0), "EstimationMode");
+    EXPECT_EQ (processor.getParameterName (4), "MasterGain");
+    EXPECT_EQ (processor.getParameterName (7), "CurvePoint1Enabled");
+    EXPECT_EQ (processor.getParameterName (8), "CurvePoint1Frequency");
+    EXPECT_EQ (processor.getParameterName (41), "CurvePoint12Frequency");
+    EXPECT_EQ (processor.getParameterName (42), "CurvePoint12Level");
+    EXPECT_EQ (processor.getInternalParameterId (41), 30);
+    EXPECT_EQ (processor.getInternalParameterId (42), 42);
+
+    EXPECT_EQ (processor.getParameterText (5), "On ")
+        << "a switch, with the trailing space of its empty unit";
+    EXPECT_EQ (processor.getParameterText (4), "0.00 dB");
+    EXPECT_EQ (processor.getParameterText (0), "1.00 ")
+        << "a step of 1 over 0..3 is a number, not a switch";
+    processor.setParameter (5, 0.5f);
+    EXPECT_EQ (processor.getParameterText (5), "Off ") << "0.5 is not above 0.5";
+    processor.setParameter (4, (3.0f + 24.0f) / 48.0f);
+    EXPECT_EQ (processor.getParameterText (4), "3.00 dB");
+
+    for (int index : {-1, 43})
+    {
+        EXPECT_EQ (processor.getParameter (index), -1.0f);
+        EXPECT_EQ (processor.getParameterDefaultValue (index), 0.0f);
+        EXPECT_TRUE (processor.getParameterName (index).isEmpty());
+        EXPECT_TRUE (processor.getParameterText (index).isEmpty());
+        processor.setParameter (index, 0.5f);
+    }
+    EXPECT_EQ (processor.findPublicParameterIndex (99), -1);
+    processor.notifyInternalParameterChange (99);
+    EXPECT_FLOAT_EQ (processor.getParameterDefaultValue (4), 0.5f);
+}
+
+TEST (KelfinerParameters, LogarithmicFrequenciesFollowTheSampleRate)
+{
+    KelfinerAudioProcessor processor;
+    processor.prepareToPlay (40000.0, 512); // frequency range 20 .. 20000 Hz
+    auto& engine = processor.getEngine();
+    engine.setParameterValue (Deconvolution::emphasisPointFrequencyIndex, 200.0f, false);
+    EXPECT_NEAR (processor.getParameter (8), 1.0f / 3.0f, 1e-6f);
+    engine.setParameterValue (Deconvolution::emphasisPointFrequencyIndex, 2000.0f, false);
+    EXPECT_NEAR (processor.getParameter (8), 2.0f / 3.0f, 1e-6f);
+    processor.setParameter (8, 0.5f);
+    EXPECT_NEAR (engine.getParameterValue (Deconvolution::emphasisPointFrequencyIndex), 632.456f,
+                 0.01f);
+
+    // Round trips at every public parameter, over the ranges of another rate.
+    processor.prepareToPlay (96000.0, 64);
+    for (int i = 0; i < 43; ++i)
+    {
+        const bool integer = i == 0 || i == 3 || i == 5 || i == 6 || (i >= 7 && (i - 7) % 3 == 0);
+        if (integer)
+            continue;
+        for (float n : {0.0f, 0.25f, 0.8f, 1.0f})
+        {
+            processor.setParameter (i, n);
+            ASSERT_NEAR (processor.getParameter (i), n, 1e-5f) << i;
+        }
+    }
+    // The same plain frequency reads as another normalised value at another rate.
+    engine.setParameterValue (Deconvolution::emphasisPointFrequencyIndex, 1000.0f, false);
+    const float at96 = processor.getParameter (8);
+    processor.prepareToPlay (44100.0, 64);
+    EXPECT_GT (processor.getParameter (8), at96);
+}
+
+TEST (KelfinerParameters, ListenersAreToldLastFirstAndMayRemoveThemselves)
+{
+    KelfinerAudioProcessor processor;
+    CountingListener first, second;
+    processor.addListener (&first);
+    processor.addListener (&second);
+    processor.addListener (&second);
+    processor.addListener (nullptr);
+    second.onCall = [&] { processor.removeListener (&second); };
+    processor.setParameter (4, 0.7f);
+    EXPECT_EQ (second.calls, std::vector<int>{4});
+    EXPECT_EQ (first.calls, std::vector<int>{4});
+    processor.setParameter (43, 0.7f);
+    EXPECT_EQ (first.calls.size(), 1u);
+    processor.removeListener (&first);
+}
+
+TEST (KelfinerState, ByteLayoutOfTheSettingsBlockAndTheState)
+{
+    KelfinerAudioProcessor processor;
+    juce::MemoryOutputStream settings;
+    processor.getParameterSettings (settings);
+    ASSERT_EQ (settings.getDataSize(), 369u);
+    const auto* bytes = static_cast<const unsigned char*> (settings.getData());
+    EXPECT_EQ (std::memcmp (bytes, "KSEV", 4), 0);
+    EXPECT_EQ (juce::ByteOrder::littleEndianInt (bytes + 4), KelfinerAudioProcessor::code);
+    EXPECT_EQ (juce::ByteOrder::littleEndianInt (bytes + 8), 0x010000u);
+    EXPECT_EQ (juce::ByteOrder::littleEndianInt (bytes + 12), 43u);
+    EXPECT_EQ (juce::ByteOrder::littleEndianInt (bytes + 16 + 8 * 4), 4u)
+        << "entry 4 is MasterGain";
+    EXPECT_EQ (juce::ByteOrder::littleEndianInt64 (bytes + 360),
+               BasePlugInProcessor::presetNameMarker);
+    EXPECT_EQ (bytes[368], 0);
+
+    // Empty filters: a rate and two zero counts each.
+    EXPECT_EQ (stateOf (processor).getSize(), 369u + 2 * 16u);
+    Signal32 three (1, 3, 0.5f);
+    processor.getEngine().setSourceFilter (three, 48000.0);
+    EXPECT_EQ (stateOf (processor).getSize(), 369u + 16u + 12u + 16u);
+    processor.getEngine().setSourceFilter (Signal32 (2, 3, 0.5f), 48000.0);
+    EXPECT_EQ (stateOf (processor).getSize(), 369u + 16u + 24u + 16u);
+}
+
+TEST (KelfinerState, RestoresParametersFiltersAndPresetName)
+{
+    KelfinerAudioProcessor original;
+    original.setParameter (4, 0.75f);
+    original.setParameter (1, 0.2f);
+    original.setCurrentPresetName ("My Sound");
+    original.getEngine().setSourceFilter (ramp (1, 481), 44100.0);
+    original.getEngine().setParameterValue (3, 5.0f, false);
+    original.getEngine().setTargetFilter (ramp (1, 7), 48000.0);
+
+    KelfinerAudioProcessor restored;
+    CountingListener listener;
+    restored.addListener (&listener);
+    const auto state = stateOf (original);
+    restored.setStateInformation (state.getData(), static_cast<int> (state.getSize()));
+    EXPECT_EQ (listener.calls, std::vector<int>{-1});
+    EXPECT_FLOAT_EQ (restored.getParameter (4), 0.75f);
+    EXPECT_EQ (restored.getCurrentPresetName(), "My Sound");
+    Signal32 source, target;
+    double sourceRate = 0, targetRate = 0;
+    restored.getEngine().getSourceFilter (source, sourceRate);
+    restored.getEngine().getTargetFilter (target, targetRate);
+    EXPECT_EQ (sourceRate, 44100.0);
+    ASSERT_EQ (source.getNumSamples(), 481);
+    EXPECT_EQ (source[0][480], ramp (1, 481)[0][480]);
+    EXPECT_EQ (targetRate, 48000.0);
+    ASSERT_EQ (target.getNumSamples(), 7);
+    EXPECT_EQ (stateOf (restored), state);
+    restored.removeListener (&listener);
+}
+
+TEST (KelfinerState, ForeignShortAndHostileStatesChangeNothingAndNeverCrash)
+{
+    KelfinerAudioProcessor processor;
+    processor.setParameter (4, 0.25f);
+    auto state = stateOf (processor);
+    const auto before = state;
+
+    auto foreign = state;
+    static_cast<char*> (foreign.getData())[5] ^= 0x55; // another product's code
+    KelfinerAudioProcessor other;
+    other.setStateInformation (foreign.getData(), static_cast<int> (foreign.getSize()));
+    EXPECT_FLOAT_EQ (other.getParameter (4), 0.5f);
+    other.setStateInformation (state.getData(), 15);
+    EXPECT_FLOAT_EQ (other.getParameter (4), 0.5f);
+
+    // Every truncation and a thousand random corruptions of a state with filters.
+    processor.getEngine().setSourceFilter (ramp (2, 300), 48000.0);
+    state = stateOf (processor);
+    std::mt19937 generator (1);
+    KelfinerAudioProcessor victim;
+    for (std::size_t size = 0; size <= state.getSize(); size += 7)
+        victim.setStateInformation (state.getData(), static_cast<int> (size));
+    for (int round = 0; round < 1000; ++round)
+    {
+        auto corrupted = state;
+        auto* data = static_cast<unsigned char*> (corrupted.getData());
+        for (int k = 0; k < 4; ++k)
+            data[16 + generator() % (corrupted.getSize() - 16)] =
+                static_cast<unsigned char> (generator());
+        victim.setStateInformation (corrupted.getData(), static_cast<int> (corrupted.getSize()));
+    }
+    // Whatever was loaded, the engine still produces finite audio.
+    victim.prepareToPlay (48000.0, 256);
+    juce::AudioBuffer<float> buffer (2, 256);
+    juce::MidiBuffer midi;
+    for (int c = 0; c < 2; ++c)
+        for (int n = 0; n < 256; ++n)
+            buffer.setSample (c, n, 0.1f * std::sin (0.05f * static_cast<float> (n)));
+    victim.processBlock (buffer, midi);
+    for (int c = 0; c < 2; ++c)
+        for (int n = 0; n < 256; ++n)
+            ASSERT_TRUE (std::isfinite (buffer.getSample (c, n)));
+    EXPECT_NE (stateOf (victim).getSize(), 0u);
+    (void) before;
+}
+
+TEST (KelfinerState, SignalRecordsRefuseCountsBeyondTheirBytes)
+{
+    juce::MemoryOutputStream out;
+    out.writeInt (2);
+    out.writeInt (1000000); // claims 8 MB
+    out.writeFloat (1.0f);
+    juce::MemoryInputStream in (out.getData(), out.getDataSize(), false);
+    EXPECT_FALSE (KelfinerAudioProcessor::deserializeSignal (in).hasStorage());
+
+    juce::MemoryOutputStream negative;
+    negative.writeInt (-1);
+    negative.writeInt (4);
+    juce::MemoryInputStream negativeIn (negative.getData(), negative.getDataSize(), false);
+    EXPECT_FALSE (KelfinerAudioProcessor::deserializeSignal (negativeIn).hasStorage());
+
+    juce::MemoryOutputStream record;
+    KelfinerAudioProcessor::serializeSignal (ramp (2, 3), record);
+    EXPECT_EQ (record.getDataSize(), 8u + 24u);
+    juce::MemoryInputStream recordIn (record.getData(), record.getDataSize(), false);
+    const auto back = KelfinerAudioProcessor::deserializeSignal (recordIn);
+    ASSERT_EQ (back.getNumChannels(), 2);
+    EXPECT_EQ (back[1][2], ramp (2, 3)[1][2]);
+}
+
+TEST (KelfinerUndo, UndoRedoAndAlternateSettings)
+{
+    KelfinerAudioProcessor processor;
+    const auto gain = [&] { return processor.getEngine().getParameterValue (4); };
+
+    processor.switchToAlternateSettings(); // nothing in B yet: the settings stay...
+    EXPECT_FLOAT_EQ (gain(), 0.0f);
+    processor.setParameter (4, 0.75f);     // 12 dB
+    processor.switchToAlternateSettings(); // ...and the earlier ones came back from B
+    EXPECT_FLOAT_EQ (gain(), 0.0f);
+    processor.switchToAlternateSettings();
+    EXPECT_FLOAT_EQ (gain(), 12.0f);
+
+    processor.addUndoState();
+    processor.setParameter (4, 0.25f); // -12 dB
+    processor.addUndoState();
+    processor.setParameter (4, 0.5f);
+    processor.undo();
+    EXPECT_FLOAT_EQ (gain(), -12.0f);
+    processor.undo();
+    EXPECT_FLOAT_EQ (gain(), 12.0f);
+    processor.undo(); // empty: nothing
+    EXPECT_FLOAT_EQ (gain(), 12.0f);
+    processor.redo();
+    EXPECT_FLOAT_EQ (gain(), -12.0f);
+    processor.addUndoState();
+    EXPECT_FALSE (processor.canRedo()) << "a new undo state clears the redo list";
+    processor.redo();
+    EXPECT_FLOAT_EQ (gain(), -12.0f);
+
+    processor.copyToAlternate();
+    processor.setParameter (4, 1.0f);
+    processor.switchToAlternateSettings();
+    EXPECT_FLOAT_EQ (gain(), -12.0f);
+}
+
+TEST (KelfinerPresets, ImportResetsWhatTheFileDoesNotNameAndEmptiesTheFilters)
+{
+    KelfinerAudioProcessor processor;
+    const juce::TemporaryFile folder;
+    folder.getFile().createDirectory();
+    const auto file = folder.getFile().getChildFile ("My Sound.xml");
+    file.replaceWithText (R"(<?xml version="1.0"?><Preset><ParameterSettings>
+        <Parameter id="4" unit="dB" value="-6.5" name="MasterGain"/><Parameter unit="" value="3"/>
+        <Parameter id="99" value="1"/></ParameterSettings></Preset>)");
+    processor.setParameter (1, 0.1f);
+    processor.getEngine().setSourceFilter (ramp (1, 50), 48000.0);
+    CountingListener listener;
+    processor.addListener (&listener);
+    ASSERT_TRUE (processor.importFromPresetFile (file));
+    EXPECT_FLOAT_EQ (processor.getEngine().getParameterValue (4), -6.5f);
+    EXPECT_FLOAT_EQ (processor.getEngine().getParameterValue (1), -36.0f) << "back to its default";
+    Signal32 source;
+    double rate = 1;
+    processor.getEngine().getSourceFilter (source, rate);
+    EXPECT_FALSE (source.hasStorage());
+    EXPECT_EQ (processor.getCurrentPresetName(), "My Sound");
+    EXPECT_EQ (listener.calls.back(), -1);
+    processor.removeListener (&listener);
+
+    const auto broken = folder.getFile().getChildFile ("broken.xml");
+    broken.replaceWithText ("<Preset><ParameterSet");
+    EXPECT_FALSE (processor.importFromPresetFile (broken));
+    broken.replaceWithText ("<Preset/>");
+    EXPECT_FALSE (processor.importFromPresetFile (broken));
+    EXPECT_FLOAT_EQ (processor.getEngine().getParameterValue (4), -6.5f)
+        << "a refused file changes nothing";
+}
+
+TEST (KelfinerPresets, ExportAndImportRoundTripWithFilters)
+{
+    KelfinerAudioProcessor writer;
+    writer.setParameter (4, 0.6f);
+    writer.setParameter (9, 0.3f);
+    writer.getEngine().setParameterValue (3, 5.0f, false);
+    writer.getEngine().setSourceFilter (ramp (1, 481), 48000.0);
+    writer.getEngine().setTargetFilter (ramp (1, 33), 44100.0);
+    const juce::TemporaryFile file (".xml");
+    file.getFile().replaceWithText ("old contents");
+    ASSERT_TRUE (writer.exportToPresetFile (file.getFile()));
+    const auto xml = juce::XmlDocument::parse (file.getFile());
+    ASSERT_NE (xml, nullptr);
+    ASSERT_NE (xml->getChildByName ("CustomData"), nullptr);
+    EXPECT_EQ (xml->getChildByName ("ParameterSettings")->getNumChildElements(), 43);
+    auto* target = xml->getChildByName ("CustomData")->getChildByName ("TargetFilter");
+    ASSERT_NE (target, nullptr);
+    EXPECT_EQ (target->getDoubleAttribute ("sampleRate"), 44100.0);
+
+    KelfinerAudioProcessor reader;
+    ASSERT_TRUE (reader.importFromPresetFile (file.getFile()));
+    EXPECT_FLOAT_EQ (reader.getParameter (4), writer.getParameter (4));
+    EXPECT_FLOAT_EQ (reader.getParameter (9), writer.getParameter (9));
+    Signal32 filter;
+    double rate = 0;
+    reader.getEngine().getTargetFilter (filter, rate);
+    ASSERT_EQ (filter.getNumSamples(), 33);
+    EXPECT_EQ (rate, 44100.0);
+    EXPECT_EQ (filter[0][32], ramp (1, 33)[0][32]);
+
+    // Without a sample rate attribute the filter is read at 44.1 kHz.
+    target->removeAttribute ("sampleRate");
+    ASSERT_TRUE (xml->writeTo (file.getFile()));
+    ASSERT_TRUE (reader.importFromPresetFile (file.getFile()));
+    reader.getEngine().getTargetFilter (filter, rate);
+    EXPECT_EQ (rate, 44100.0);
+}
+
+TEST (KelfinerPrograms, ResetComesFirstAndEveryProgramHasAName)
+{
+    KelfinerAudioProcessor processor;
+    ASSERT_GE (processor.getNumPrograms(), 1);
+    EXPECT_EQ (processor.getProgramName (0), "Reset");
+    for (int i = 0; i < processor.getNumPrograms(); ++i)
+        EXPECT_TRUE (processor.getProgramName (i).isNotEmpty()) << i;
+    EXPECT_EQ (processor.getPresetTree().getChild (1).getProperty ("Name").toString(),
+               "Factory presets");
+    EXPECT_EQ (processor.getPresetTree().getChild (2).getProperty ("Name").toString(),
+               "User presets");
+
+    processor.setParameter (4, 0.9f);
+    const auto state = stateOf (processor);
+    processor.setStateInformation (state.getData(), static_cast<int> (state.getSize()));
+    processor.setCurrentProgram (0); // right after a state load: ignored
+    EXPECT_FLOAT_EQ (processor.getParameter (4), 0.9f);
+    juce::Thread::sleep (220);
+    processor.setCurrentProgram (0);
+    EXPECT_FLOAT_EQ (processor.getParameter (4), 0.5f);
+}
+
+TEST (KelfinerEnvironment, NamesVersionCodesAndSpeakers)
+{
+    KelfinerAudioProcessor processor;
+    EXPECT_EQ (processor.getName(), "Vesk Digital Kelfiner");
+    EXPECT_EQ (BasePlugInProcessor::versionCodeOf ("3.10.7"), (3u << 16) + (10u << 8) + 7u);
+    EXPECT_EQ (BasePlugInProcessor::versionCodeOf ("1.2"), 0x010200u);
+    EXPECT_EQ (BasePlugInProcessor::versionCodeOf ("1.x.3"), 0x010003u);
+    EXPECT_EQ (processor.getInputChannelName (1), "2");
+
+    using vesk::audio::SpeakerPosition;
+    EXPECT_EQ (BasePlugInProcessor::speakerIdToPosition ("lfe1"), SpeakerPosition (-1, 1, 0, 2));
+    EXPECT_EQ (BasePlugInProcessor::speakerIdToPosition ("LFE1"), SpeakerPosition (-1, 1, 0, 2));
+    EXPECT_EQ (BasePlugInProcessor::speakerIdToPosition ("Lfe3"), SpeakerPosition());
+    EXPECT_EQ (BasePlugInProcessor::speakerIdToPosition ("LS"), SpeakerPosition (-1, -1, 0, 0));
+    EXPECT_EQ (BasePlugInProcessor::speakerIdToPosition ("m"), SpeakerPosition (0, 1, 0, 1));
+    EXPECT_EQ (BasePlugInProcessor::speakerIdToPosition ("Tfc"), SpeakerPosition (0, 0, 1, 0));
+
+    std::unique_ptr<juce::PropertiesFile> properties (processor.createPropertiesFile());
+    EXPECT_TRUE (properties->getFile().getFileName().startsWith ("Kelfiner1"));
+    EXPECT_TRUE (processor.getHelpFilePath ("de").endsWith ("Kelfiner_en/kelfiner.html"))
+        << "falls back to English";
+}
+
+TEST (KelfinerStreaming, HoldingAllocatesNothingOnTheAudioThread)
+{
+    {
+        const vesk::test::AllocationGuard guard;
+        auto* probe = new std::vector<int> (100);
+        delete probe;
+        ASSERT_EQ (guard.count(), 2u) << "the guard sees allocations at all";
+    }
+    KelfinerAudioProcessor processor;
+    processor.prepareToPlay (48000.0, 512);
+    juce::AudioBuffer<float> block (2, 512);
+    juce::MidiBuffer midi;
+    const auto fill = [&] (int i)
+    {
+        for (int c = 0; c < 2; ++c)
+            for (int n = 0; n < 512; ++n)
+                block.setSample (c, n,
+                                 0.2f * std::sin (0.01f * static_cast<float> (i * 512 + n + c)));
+    };
+    for (int i = 0; i < 200; ++i)
+    {
+        fill (i);
+        processor.processBlock (block, midi);
+    }
+    processor.setParameter (0, 2.0f / 3.0f);
+    std::size_t allocations = 0;
+    for (int i = 0; i < 300; ++i)
+    {
+        fill (i);
+        const int size = i % 3 == 0 ? 512 : (i % 3 == 1 ? 480 : 64);
+        juce::AudioBuffer<float> view (block.getArrayOfWritePointers(), 2, size);
+        const vesk::test::AllocationGuard guard;
+        processor.processBlock (view, midi);
+        if (i >= 100) // the first blocks may still grow buffers to the new block sizes
+            allocations += guard.count();
+    }
+    EXPECT_EQ (allocations, 0u);
+}
+
+JUCE_END_IGNORE_WARNINGS_GCC_LIKE
+
+namespace
+{
+/** An engine that works in fixed blocks of 256 and passes its input through. */
+class FixedBlockEngine : public vesk::audio::BaseAudioProcessor
+{
+public:
+    void getProcessingInfo (vesk::audio::ProcessingInfo& info) override
+    {
+        info = {};
+        info.blockLength = blockLength;
+        info.latency = latency;
+    }
+    vesk::audio::Signal32 process (const vesk::audio::Signal32& input) override
+    {
+        return input.copy();
+    }
+
+    int blockLength = 256;
+    int latency = 0;
+};
+
+class FixedBlockProcessor : public BasePlugInProcessor
+{
+public:
+    FixedBlockProcessor()
+        : BasePlugInProcessor (engine = new FixedBlockEngine(), "Test", "Test", 0x54657374, "1.0.0")
+    {
+    }
+    bool hasEditor() const override { return false; }
+    juce::AudioProcessorEditor* createEditor() override { return nullptr; }
+    FixedBlockEngine* engine;
+};
+} // namespace
+
+TEST (KelfinerStreaming, ReblockingThroughTheOutputQueueWithAnEngineThatReportsABlockLength)
+{
+    FixedBlockProcessor processor;
+    processor.prepareToPlay (48000.0, 100);
+    EXPECT_EQ (processor.getLatencySamples(), 256);
+
+    juce::MidiBuffer midi;
+    juce::AudioBuffer<float> block (2, 100);
+    std::vector<float> out;
+    for (int i = 0; i < 10; ++i)
+    {
+        for (int n = 0; n < 100; ++n)
+            block.setSample (0, n, static_cast<float> (i * 100 + n + 1));
+        processor.processBlock (block, midi);
+        for (int n = 0; n < 100; ++n)
+            out.push_back (block.getSample (0, n));
+    }
+    // The primed block of silence stands for the reported latency: the input follows it exactly.
+    for (int n = 0; n < 256; ++n)
+        ASSERT_EQ (out[static_cast<std::size_t> (n)], 0.0f) << n;
+    for (int n = 256; n < 1000; ++n)
+        ASSERT_EQ (out[static_cast<std::size_t> (n)], static_cast<float> (n - 256 + 1)) << n;
+
+    // A new block length re-primes the queue but the host keeps the latency until the engine's
+    // own latency changes.
+    processor.engine->blockLength = 512;
+    processor.processBlock (block, midi);
+    EXPECT_EQ (processor.getLatencySamples(), 256);
+    EXPECT_EQ (block.getSample (0, 99), 0.0f);
+    processor.engine->latency = 10;
+    processor.processBlock (block, midi);
+    EXPECT_EQ (processor.getLatencySamples(), 522);
+
+    juce::AudioBuffer<float> empty (2, 0);
+    processor.processBlock (empty, midi); // nothing happens
+}
