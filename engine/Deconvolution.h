@@ -75,6 +75,11 @@ public:
         output storage until the next call. Audio thread. */
     Signal32 process (const Signal32& input) override;
 
+    /** Feeds estimation frames only: no redesign, no convolution, no analysers. For offline tools
+        that learn a whole file before processing it; call updateFilter() afterwards. Not while
+        audio runs. */
+    void learn (const Signal32& input);
+
     /** Any thread. */
     bool hasTargetFilter();
     /** Deep copy of the current correction magnitude curve. Any thread. */
@@ -123,6 +128,7 @@ public:
 
 private:
     int estimationLength() const;
+    void feedEstimation (const Signal32& input);
     void updateAnalyzers (const Signal32& input, const Signal32& output);
     void installImpulseResponse (const Signal32& curve);
 

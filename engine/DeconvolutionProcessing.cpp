@@ -32,21 +32,7 @@ Signal32 Deconvolution::process (const Signal32& input)
         return outputBlock; // not formatted yet: nothing to learn from and no filter to run
     }
 
-    const int length = estimationLength();
-    const int frameLength = 2 * (length + 1);
-    const int hop = length + 1;
-
-    // Frames must all have one channel count; a host that changes it starts a new queue.
-    if (inputQueue.getAvailable() > 0 && inputQueue.getChannels() != channels)
-        inputQueue.clear();
-    inputQueue.pushCopy (input);
-    while (inputQueue.getAvailable() > frameLength)
-    {
-        estimationFrame.ensureDimensions (inputQueue.getChannels(), frameLength);
-        inputQueue.peek (estimationFrame);
-        updateEstimate (estimationFrame);
-        inputQueue.skip (hop);
-    }
+    feedEstimation (input);
 
     if (estimationMode != 2 && secondsSinceFilterUpdate > 0.04)
         updateFilter();
@@ -63,6 +49,33 @@ Signal32 Deconvolution::process (const Signal32& input)
     if (analyzersEnabled)
         updateAnalyzers (input, outputBlock);
     return outputBlock;
+}
+
+void Deconvolution::feedEstimation (const Signal32& input)
+{
+    const int length = estimationLength();
+    const int frameLength = 2 * (length + 1);
+    const int hop = length + 1;
+
+    // Frames must all have one channel count; a host that changes it starts a new queue.
+    if (inputQueue.getAvailable() > 0 && inputQueue.getChannels() != input.getNumChannels())
+        inputQueue.clear();
+    inputQueue.pushCopy (input);
+    while (inputQueue.getAvailable() > frameLength)
+    {
+        estimationFrame.ensureDimensions (inputQueue.getChannels(), frameLength);
+        inputQueue.peek (estimationFrame);
+        updateEstimate (estimationFrame);
+        inputQueue.skip (hop);
+    }
+}
+
+void Deconvolution::learn (const Signal32& input)
+{
+    const ScopedFlushDenormals flushDenormals;
+    const juce::ScopedLock lock (engineLock);
+    if (sampleRate > 0.0)
+        feedEstimation (input);
 }
 
 bool Deconvolution::updateEstimate (const Signal32& frame)

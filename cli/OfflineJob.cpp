@@ -1,0 +1,380 @@
+#include "OfflineJob.h"
+
+#include "Plot.h"
+#include "WindowFunctions.h"
+
+#include <cmath>
+
+using vesk::audio::Deconvolution;
+using vesk::audio::Signal32;
+
+namespace
+{
+constexpr int blockSize = 4096;
+
+Signal32 toSignal (juce::AudioBuffer<float> const& buffer, int samples)
+{
+    Signal32 signal (buffer.getNumChannels(), samples);
+    for (int c = 0; c < buffer.getNumChannels(); ++c)
+        vesk::audio::ippsCopy_32f (buffer.getReadPointer (c), signal.getChannel (c), samples);
+    return signal;
+}
+
+juce::AudioFormat* formatFor (juce::AudioFormatManager& formats, juce::File const& file)
+{
+    for (auto* format : formats)
+        if (format->canHandleFile (file) && format->canDoStereo())
+            return format;
+    return nullptr;
+}
+} // namespace
+
+std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juce::String& error)
+{
+    if (!file.existsAsFile())
+    {
+        error = "no such file: " + file.getFullPathName();
+        return nullptr;
+    }
+    juce::AudioFormatManager formats;
+    formats.registerBasicFormats();
+    std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (file));
+    if (reader == nullptr)
+        error = "not an audio file this tool reads (WAV, AIFF, FLAC, Ogg Vorbis): "
+                + file.getFullPathName();
+    else if (reader->numChannels < 1 || reader->numChannels > 8 || reader->sampleRate < 1000.0)
+    {
+        error = "unsupported channel count or sample rate: " + file.getFullPathName();
+        reader.reset();
+    }
+    return reader;
+}
+
+//==============================================================================
+LongTermSpectrum::LongTermSpectrum (double rate)
+    : sampleRate (rate), window (vesk::audio::WindowFunctions::generateHammingWindow (size)),
+      frame (1, size), pending (1, size, 0.0f), sum (size / 2 + 1, 0.0)
+{
+}
+
+void LongTermSpectrum::add (Signal32 const& block)
+{
+    // Channels are summed as powers: each channel is framed on its own ring of one frame.
+    for (int n = 0; n < block.getNumSamples(); ++n)
+    {
+        float mono = 0.0f;
+        for (int c = 0; c < block.getNumChannels(); ++c)
+            mono += block[c][n];
+        pending[0][pendingCount++] = mono;
+        if (pendingCount < size)
+            continue;
+        vesk::audio::ippsCopy_32f (pending[0], frame[0], size);
+        vesk::audio::ippsMul_32f_I (window[0], frame[0], size);
+        const auto bins = transform.forwardReal (frame);
+        for (int k = 0; k <= size / 2; ++k)
+            sum[static_cast<std::size_t> (k)] +=
+                static_cast<double> (bins[0][k].re) * bins[0][k].re
+                + static_cast<double> (bins[0][k].im) * bins[0][k].im;
+        ++frames;
+        // Half overlap: keep the second half.
+        vesk::audio::ippsMove_32f (pending[0] + size / 2, pending[0], size / 2);
+        pendingCount = size / 2;
+    }
+}
+
+std::vector<double> LongTermSpectrum::power() const
+{
+    std::vector<double> mean (sum);
+    for (auto& p : mean)
+        p /= std::max (frames, 1);
+    return mean;
+}
+
+double tonalDeviation (std::vector<double> const& power, double rate,
+                       std::vector<float> const& targetFrequencies,
+                       Signal32 const& targetMagnitudes)
+{
+    const int size = static_cast<int> (power.size() - 1) * 2;
+    std::vector<double> deviation;
+    for (int k = -13; k <= 12; ++k)
+    {
+        const double centre = 1000.0 * std::pow (2.0, k / 3.0);
+        if (centre < 49.0 || centre > 16500.0 || centre * std::pow (2.0, 1.0 / 6.0) > rate / 2)
+            continue;
+        const double lo = centre * std::pow (2.0, -1.0 / 6.0),
+                     hi = centre * std::pow (2.0, 1.0 / 6.0);
+        double level = 0.0, target = 0.0;
+        int bins = 0, targetBins = 0;
+        for (int b = static_cast<int> (std::ceil (lo * size / rate));
+             b <= static_cast<int> (hi * size / rate); ++b)
+            level += power[static_cast<std::size_t> (b)], ++bins;
+        for (std::size_t b = 1; b < targetFrequencies.size(); ++b)
+            if (targetFrequencies[b] >= lo && targetFrequencies[b] <= hi)
+                target += static_cast<double> (targetMagnitudes[0][b]) * targetMagnitudes[0][b],
+                    ++targetBins;
+        if (bins == 0 || targetBins == 0 || level <= 0.0 || target <= 0.0)
+            continue;
+        deviation.push_back (10.0 * std::log10 (level / bins)
+                             - 10.0 * std::log10 (target / targetBins));
+    }
+    if (deviation.empty())
+        return 0.0;
+    double mean = 0.0, squares = 0.0;
+    for (double d : deviation)
+        mean += d;
+    mean /= static_cast<double> (deviation.size());
+    for (double d : deviation)
+        squares += (d - mean) * (d - mean);
+    return std::sqrt (squares / static_cast<double> (deviation.size()));
+}
+
+//==============================================================================
+OfflineJob::OfflineJob (JobSettings settingsToUse, juce::File in, juce::File out)
+    : settings (std::move (settingsToUse)), input (std::move (in)), output (std::move (out))
+{
+}
+
+bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& error) const
+{
+    auto& engine = processor.getEngine();
+    if (settings.preset != juce::File() && !processor.importFromPresetFile (settings.preset))
+    {
+        error = "cannot read preset: " + settings.preset.getFullPathName();
+        return false;
+    }
+    if (settings.targetModel)
+        engine.setParameterValue (Deconvolution::targetModelIndex,
+                                  static_cast<float> (*settings.targetModel), false);
+    if (settings.threshold)
+        engine.setParameterValue (Deconvolution::estimationThresholdIndex, *settings.threshold,
+                                  false);
+    if (settings.filterLength)
+        engine.setParameterValue (Deconvolution::filterLengthIndex, *settings.filterLength, false);
+    if (settings.masterGain)
+        engine.setParameterValue (Deconvolution::masterGainIndex, *settings.masterGain, false);
+    if (!settings.emphasis.empty())
+    {
+        engine.setParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f, false);
+        auto points = settings.emphasis;
+        std::sort (points.begin(), points.end());
+        for (int i = 0; i < Deconvolution::numEmphasisPoints; ++i)
+        {
+            const bool used = i < static_cast<int> (points.size());
+            engine.setParameterValue (Deconvolution::emphasisPointEnabledIndex + i,
+                                      used ? 1.0f : 0.0f, false);
+            if (used)
+            {
+                engine.setParameterValue (Deconvolution::emphasisPointFrequencyIndex + i,
+                                          points[static_cast<std::size_t> (i)].first, false);
+                engine.setParameterValue (Deconvolution::emphasisPointLevelIndex + i,
+                                          points[static_cast<std::size_t> (i)].second, false);
+            }
+        }
+    }
+
+    Signal32 target;
+    double targetRate = 0.0;
+    if (settings.targetFilter != juce::File())
+    {
+        if (!KelfinerAudioProcessor::readFilterFile (settings.targetFilter, target, targetRate))
+        {
+            error = "not a filter file: " + settings.targetFilter.getFullPathName();
+            return false;
+        }
+    }
+    else if (settings.reference != juce::File())
+    {
+        if (!learnFilter (settings.reference, settings, target, targetRate, error))
+            return false;
+    }
+    if (target.hasStorage())
+    {
+        engine.setParameterValue (Deconvolution::targetModelIndex,
+                                  static_cast<float> (Deconvolution::custom), false);
+        engine.setTargetFilter (target, targetRate);
+    }
+    return true;
+}
+
+bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& settings,
+                              Signal32& coefficients, double& rate, juce::String& error)
+{
+    auto reader = openReader (file, error);
+    if (reader == nullptr)
+        return false;
+    Deconvolution engine;
+    const auto channels = static_cast<int> (reader->numChannels);
+    engine.setFormat ({channels, reader->sampleRate}, {channels, reader->sampleRate});
+    if (settings.threshold)
+        engine.setParameterValue (Deconvolution::estimationThresholdIndex, *settings.threshold,
+                                  false);
+    if (settings.filterLength)
+        engine.setParameterValue (Deconvolution::filterLengthIndex, *settings.filterLength, false);
+    juce::AudioBuffer<float> buffer (channels, blockSize);
+    for (juce::int64 done = 0; done < reader->lengthInSamples; done += blockSize)
+    {
+        const auto count =
+            static_cast<int> (std::min<juce::int64> (blockSize, reader->lengthInSamples - done));
+        reader->read (&buffer, 0, count, done, true, true);
+        engine.learn (toSignal (buffer, count));
+    }
+    engine.getSourceFilter (coefficients, rate);
+    if (!coefficients.hasStorage())
+    {
+        error = "nothing above the learning threshold in " + file.getFullPathName();
+        return false;
+    }
+    return true;
+}
+
+JobResult OfflineJob::run (std::function<void (double)> const& progress)
+{
+    JobResult result;
+    auto reader = openReader (input, result.error);
+    if (reader == nullptr)
+        return result;
+
+    juce::AudioFormatManager formats;
+    formats.registerBasicFormats();
+    auto* format = formatFor (formats, output);
+    if (format == nullptr || output.hasFileExtension ("ogg"))
+    {
+        result.error = "cannot write this kind of file (use .wav, .aiff or .flac): "
+                       + output.getFullPathName();
+        return result;
+    }
+    if (output.exists() && !settings.force)
+    {
+        result.error = "output exists (use --force to replace it): " + output.getFullPathName();
+        return result;
+    }
+
+    const auto channels = static_cast<int> (reader->numChannels);
+    const double rate = reader->sampleRate;
+    const auto length = reader->lengthInSamples;
+    KelfinerAudioProcessor processor;
+    const auto layout = juce::AudioChannelSet::canonicalChannelSet (channels);
+    if (!processor.setBusesLayout ({{layout}, {layout}}))
+    {
+        result.error = "unsupported channel layout";
+        return result;
+    }
+    if (!configure (processor, result.error))
+        return result;
+    auto& engine = processor.getEngine();
+    processor.prepareToPlay (rate, blockSize);
+
+    juce::AudioBuffer<float> buffer (channels, blockSize);
+    const double passes = settings.live ? 1.0 : 2.0;
+    if (!settings.live)
+    {
+        for (juce::int64 done = 0; done < length; done += blockSize)
+        {
+            const auto count = static_cast<int> (std::min<juce::int64> (blockSize, length - done));
+            reader->read (&buffer, 0, count, done, true, true);
+            engine.learn (toSignal (buffer, count));
+            progress (static_cast<double> (done + count)
+                      / static_cast<double> (std::max<juce::int64> (length, 1)) / passes);
+        }
+        result.learntFrames = engine.getEstimateFrameCount();
+        engine.setParameterValue (Deconvolution::estimationModeIndex, 2.0f,
+                                  false); // hold what was learnt
+        processor.prepareToPlay (rate, blockSize);
+    }
+
+    // Written beside the output and renamed over it at the end: never a partial output file.
+    juce::TemporaryFile temporary (output);
+    int bits = static_cast<int> (reader->bitsPerSample);
+    if (!format->getPossibleBitDepths().contains (bits))
+        bits = format->getPossibleBitDepths().contains (24)
+                   ? 24
+                   : format->getPossibleBitDepths().getLast();
+    std::unique_ptr<juce::AudioFormatWriter> writer;
+    {
+        auto stream = std::make_unique<juce::FileOutputStream> (temporary.getFile());
+        if (!stream->openedOk())
+        {
+            result.error = "cannot write beside " + output.getFullPathName();
+            return result;
+        }
+        writer.reset (format->createWriterFor (stream.get(), rate,
+                                               static_cast<unsigned int> (channels), bits, {}, 0));
+        if (writer == nullptr)
+        {
+            result.error =
+                "cannot write this format at this rate and depth: " + output.getFullPathName();
+            return result;
+        }
+        stream.release(); // the writer owns it now
+    }
+
+    LongTermSpectrum before (rate), after (rate);
+    juce::MidiBuffer midi;
+    for (juce::int64 done = 0; done < length; done += blockSize)
+    {
+        const auto count = static_cast<int> (std::min<juce::int64> (blockSize, length - done));
+        reader->read (&buffer, 0, count, done, true, true);
+        before.add (toSignal (buffer, count));
+        juce::AudioBuffer<float> view (buffer.getArrayOfWritePointers(), channels, count);
+        processor.processBlock (view, midi);
+        after.add (toSignal (buffer, count));
+        if (!writer->writeFromAudioSampleBuffer (buffer, 0, count))
+        {
+            result.error = "write failed (disk full?): " + output.getFullPathName();
+            return result;
+        }
+        progress ((passes - 1.0
+                   + static_cast<double> (done + count)
+                         / static_cast<double> (std::max<juce::int64> (length, 1)))
+                  / passes);
+    }
+    if (settings.live)
+        result.learntFrames = engine.getEstimateFrameCount();
+    if (!writer->flush())
+    {
+        result.error = "write failed (disk full?): " + output.getFullPathName();
+        return result;
+    }
+    writer.reset();
+    if (!temporary.overwriteTargetFileWithTemporary())
+    {
+        result.error = "cannot replace " + output.getFullPathName();
+        return result;
+    }
+
+    const auto curve = engine.getFilterCurve();
+    const auto frequencies = engine.getBinFrequencies();
+    result.correctionMinDb = 1.0e9f;
+    result.correctionMaxDb = -1.0e9f;
+    for (int k = 1; k < curve.getNumSamples(); ++k)
+        if (frequencies[static_cast<std::size_t> (k)] >= 20.0f)
+        {
+            const float db = 20.0f * std::log10 (std::max (curve[0][k], 1.0e-10f));
+            result.correctionMinDb = std::min (result.correctionMinDb, db);
+            result.correctionMaxDb = std::max (result.correctionMaxDb, db);
+        }
+    const auto target = engine.getTargetMagnitudes();
+    result.deviationBeforeDb = tonalDeviation (before.power(), rate, frequencies, target);
+    result.deviationAfterDb = tonalDeviation (after.power(), rate, frequencies, target);
+
+    if (settings.saveFilter != juce::File())
+    {
+        Signal32 source;
+        double sourceRate = 0.0;
+        engine.getSourceFilter (source, sourceRate);
+        if (!source.hasStorage()
+            || !KelfinerAudioProcessor::writeFilterFile (settings.saveFilter, source, sourceRate))
+        {
+            result.error = "cannot save the filter: " + settings.saveFilter.getFullPathName();
+            return result;
+        }
+    }
+    if (settings.plot != juce::File()
+        && !drawPlot (settings.plot, before.power(), after.power(), rate, frequencies, curve))
+    {
+        result.error = "cannot write the plot: " + settings.plot.getFullPathName();
+        return result;
+    }
+    result.ok = true;
+    return result;
+}

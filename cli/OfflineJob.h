@@ -1,0 +1,80 @@
+#pragma once
+
+#include "KelfinerAudioProcessor.h"
+
+#include <juce_audio_formats/juce_audio_formats.h>
+
+#include <atomic>
+#include <functional>
+#include <optional>
+#include <vector>
+
+/** What a user of the tool can set; the same as a plug-in user can. */
+struct JobSettings
+{
+    std::optional<int> targetModel;
+    std::optional<float> threshold, filterLength, masterGain;
+    std::vector<std::pair<float, float>> emphasis; // frequency in Hz, level in percent
+    juce::File preset, targetFilter, reference, saveFilter, plot;
+    bool live = false;
+    bool force = false;
+};
+
+/** The outcome of one file, for the summary line. */
+struct JobResult
+{
+    bool ok = false;
+    juce::String error;
+    std::uint64_t learntFrames = 0;
+    float correctionMinDb = 0.0f, correctionMaxDb = 0.0f;
+    double deviationBeforeDb = 0.0, deviationAfterDb = 0.0;
+};
+
+/** Long-term power spectrum of a stream, accumulated block by block (8192-point frames). */
+class LongTermSpectrum
+{
+public:
+    static constexpr int size = 8192;
+    explicit LongTermSpectrum (double rate);
+    void add (vesk::audio::Signal32 const& block);
+    /** Mean power per bin (channels summed). */
+    std::vector<double> power() const;
+    double getSampleRate() const noexcept { return sampleRate; }
+
+private:
+    double sampleRate;
+    vesk::audio::FourierTransform transform;
+    vesk::audio::Signal32 window, frame, pending;
+    int pendingCount = 0;
+    std::vector<double> sum;
+    int frames = 0;
+};
+
+/** Deviation in dB RMS of a spectrum from a target curve over third-octave bands 50 Hz .. 16 kHz,
+    after removing the mean offset. */
+double tonalDeviation (std::vector<double> const& power, double rate,
+                       std::vector<float> const& targetFrequencies,
+                       vesk::audio::Signal32 const& targetMagnitudes);
+
+/** Corrects one file offline with the plug-in's own processor: learns the whole file first,
+    then processes it from the start with the learnt filter held (or, live, in one pass). */
+class OfflineJob
+{
+public:
+    OfflineJob (JobSettings settings, juce::File input, juce::File output);
+    /** progress receives 0..1; may be called from any thread. */
+    JobResult run (std::function<void (double)> const& progress);
+    /** Learns a file's envelope into a filter (coefficients and rate). */
+    static bool learnFilter (juce::File const& file, JobSettings const& settings,
+                             vesk::audio::Signal32& coefficients, double& rate,
+                             juce::String& error);
+
+private:
+    bool configure (KelfinerAudioProcessor& processor, juce::String& error) const;
+
+    JobSettings settings;
+    juce::File input, output;
+};
+
+/** Reads any of the formats the tool accepts. */
+std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juce::String& error);

@@ -1,0 +1,138 @@
+#include "Plot.h"
+
+#include <juce_graphics/juce_graphics.h>
+
+#include <cmath>
+
+namespace
+{
+const juce::Colour background (0xff1e2227), grid (0xff343a42), label (0xffaab4be);
+const juce::Colour inputColour (0xff6f8fb0), outputColour (0xffe8a33d), curveColour (0xff7fd47f);
+} // namespace
+
+bool drawPlot (juce::File const& file, std::vector<double> const& inputPower,
+               std::vector<double> const& outputPower, double sampleRate,
+               std::vector<float> const& curveFrequencies, vesk::audio::Signal32 const& correction)
+{
+    const int width = 1000, height = 520;
+    juce::Image image (juce::Image::RGB, width, height, true);
+    juce::Graphics g (image);
+    g.fillAll (background);
+    const juce::Rectangle<float> plot (70.0f, 40.0f, width - 100.0f, height - 100.0f);
+    const double low = 20.0, high = sampleRate / 2.0;
+    const float topDb = 12.0f, bottomDb = -60.0f;
+    const auto xOf = [&] (double f)
+    {
+        return plot.getX()
+               + plot.getWidth() * static_cast<float> (std::log (f / low) / std::log (high / low));
+    };
+    const auto yOf = [&] (float db)
+    {
+        return plot.getY()
+               + plot.getHeight() * (topDb - juce::jlimit (bottomDb, topDb, db))
+                     / (topDb - bottomDb);
+    };
+
+    g.setFont (14.0f);
+    for (double f : {20.0, 50.0, 100.0, 200.0, 500.0, 1000.0, 2000.0, 5000.0, 10000.0, 20000.0})
+    {
+        if (f > high)
+            continue;
+        g.setColour (grid);
+        g.drawVerticalLine (juce::roundToInt (xOf (f)), plot.getY(), plot.getBottom());
+        g.setColour (label);
+        const auto text =
+            f >= 1000.0 ? juce::String (f / 1000.0) + "k" : juce::String (static_cast<int> (f));
+        g.drawText (text,
+                    juce::Rectangle<float> (xOf (f) - 30.0f, plot.getBottom() + 4.0f, 60.0f, 18.0f),
+                    juce::Justification::centred);
+    }
+    for (float db = bottomDb; db <= topDb; db += 12.0f)
+    {
+        g.setColour (grid);
+        g.drawHorizontalLine (juce::roundToInt (yOf (db)), plot.getX(), plot.getRight());
+        g.setColour (label);
+        g.drawText (juce::String (static_cast<int> (db)),
+                    juce::Rectangle<float> (10.0f, yOf (db) - 9.0f, 52.0f, 18.0f),
+                    juce::Justification::centredRight);
+    }
+    g.setColour (label);
+    g.drawText ("Frequency (Hz)",
+                juce::Rectangle<float> (plot.getX(), height - 32.0f, plot.getWidth(), 20.0f),
+                juce::Justification::centred);
+    g.addTransform (juce::AffineTransform::rotation (-juce::MathConstants<float>::halfPi, 14.0f,
+                                                     plot.getCentreY()));
+    g.drawText ("Level (dB)",
+                juce::Rectangle<float> (14.0f - 60.0f, plot.getCentreY() - 10.0f, 120.0f, 20.0f),
+                juce::Justification::centred);
+    g.addTransform (juce::AffineTransform::rotation (juce::MathConstants<float>::halfPi, 14.0f,
+                                                     plot.getCentreY()));
+
+    // Spectra relative to the input's strongest bin; the correction in dB as it stands.
+    double peak = 1e-30;
+    for (std::size_t k = 1; k < inputPower.size(); ++k)
+        peak = std::max (peak, inputPower[k]);
+    const auto spectrumPath = [&] (std::vector<double> const& power)
+    {
+        juce::Path path;
+        const auto size = static_cast<double> (power.size() - 1) * 2.0;
+        bool started = false;
+        for (std::size_t k = 1; k < power.size(); ++k)
+        {
+            const double f = static_cast<double> (k) * sampleRate / size;
+            if (f < low)
+                continue;
+            const auto db =
+                static_cast<float> (10.0 * std::log10 (std::max (power[k], 1e-30) / peak));
+            const juce::Point<float> point (xOf (f), yOf (db));
+            started ? path.lineTo (point) : path.startNewSubPath (point);
+            started = true;
+        }
+        return path;
+    };
+    g.setColour (inputColour);
+    g.strokePath (spectrumPath (inputPower), juce::PathStrokeType (1.2f));
+    g.setColour (outputColour);
+    g.strokePath (spectrumPath (outputPower), juce::PathStrokeType (1.2f));
+
+    juce::Path curve;
+    bool started = false;
+    for (int k = 1; k < correction.getNumSamples(); ++k)
+    {
+        const double f = curveFrequencies[static_cast<std::size_t> (k)];
+        if (f < low)
+            continue;
+        const juce::Point<float> point (
+            xOf (f), yOf (20.0f * std::log10 (std::max (correction[0][k], 1e-10f))));
+        started ? curve.lineTo (point) : curve.startNewSubPath (point);
+        started = true;
+    }
+    g.setColour (curveColour);
+    g.strokePath (curve, juce::PathStrokeType (2.5f));
+
+    const std::pair<const char*, juce::Colour> legend[] = {{"Input", inputColour},
+                                                           {"Output", outputColour},
+                                                           {"Correction", curveColour}};
+    float x = plot.getX() + 8.0f;
+    for (auto const& [name, colour] : legend)
+    {
+        g.setColour (colour);
+        g.fillRect (x, 14.0f, 18.0f, 4.0f);
+        g.setColour (label);
+        g.drawText (name, juce::Rectangle<float> (x + 24.0f, 6.0f, 100.0f, 20.0f),
+                    juce::Justification::centredLeft);
+        x += 120.0f;
+    }
+    g.setColour (label);
+    g.drawText ("Kelfiner", juce::Rectangle<float> (plot.getRight() - 120.0f, 6.0f, 120.0f, 20.0f),
+                juce::Justification::centredRight);
+
+    juce::TemporaryFile temporary (file);
+    {
+        juce::FileOutputStream stream (temporary.getFile());
+        juce::PNGImageFormat png;
+        if (!stream.openedOk() || !png.writeImageToStream (image, stream))
+            return false;
+    }
+    return temporary.overwriteTargetFileWithTemporary();
+}

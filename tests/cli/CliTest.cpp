@@ -1,0 +1,220 @@
+// The command-line tool end to end: real files in, real files out, exit codes and messages.
+#include "JuceTestEnvironment.h"
+#include "Spectra.h"
+#include "TestSignals.h"
+
+#include <juce_audio_formats/juce_audio_formats.h>
+#include <juce_graphics/juce_graphics.h>
+
+#include <gtest/gtest.h>
+
+using vesk::audio::Signal32;
+
+namespace
+{
+struct Run
+{
+    int exitCode;
+    juce::String output;
+};
+
+Run kelfiner (juce::StringArray args)
+{
+    args.insert (0, KELFINER_TOOL);
+    juce::ChildProcess child;
+    EXPECT_TRUE (
+        child.start (args, juce::ChildProcess::wantStdOut | juce::ChildProcess::wantStdErr));
+    const auto text = child.readAllProcessOutput();
+    child.waitForProcessToFinish (60000);
+    return {static_cast<int> (child.getExitCode()), text};
+}
+
+void writeWav (juce::File const& file, Signal32 const& signal, double rate, int bits)
+{
+    file.deleteFile();
+    auto stream = std::make_unique<juce::FileOutputStream> (file);
+    juce::WavAudioFormat wav;
+    std::unique_ptr<juce::AudioFormatWriter> writer (wav.createWriterFor (
+        stream.release(), rate, static_cast<unsigned int> (signal.getNumChannels()), bits, {}, 0));
+    ASSERT_NE (writer, nullptr);
+    std::vector<const float*> channels;
+    for (int c = 0; c < signal.getNumChannels(); ++c)
+        channels.push_back (signal[c]);
+    writer->writeFromFloatArrays (channels.data(), signal.getNumChannels(), signal.getNumSamples());
+}
+
+Signal32 readWav (juce::File const& file, double& rate, int& bits)
+{
+    juce::AudioFormatManager formats;
+    formats.registerBasicFormats();
+    std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (file));
+    if (reader == nullptr)
+        return {};
+    rate = reader->sampleRate;
+    bits = static_cast<int> (reader->bitsPerSample);
+    juce::AudioBuffer<float> buffer (static_cast<int> (reader->numChannels),
+                                     static_cast<int> (reader->lengthInSamples));
+    reader->read (&buffer, 0, buffer.getNumSamples(), 0, true, true);
+    Signal32 signal (buffer.getNumChannels(), buffer.getNumSamples());
+    for (int c = 0; c < buffer.getNumChannels(); ++c)
+        std::copy (buffer.getReadPointer (c), buffer.getReadPointer (c) + buffer.getNumSamples(),
+                   signal[c]);
+    return signal;
+}
+
+Signal32 colouredNoise (std::vector<vesk::test::Biquad> const& colouring, double rate, int seconds,
+                        unsigned seed)
+{
+    Signal32 noise = vesk::test::whiteNoise (2, static_cast<int> (rate) * seconds, seed) * 0.25f;
+    for (auto const& section : colouring)
+        section.apply (noise);
+    return noise;
+}
+
+double deviationFrom (juce::String const& summary, bool after)
+{
+    // "... deviation from target X dB -> Y dB RMS"
+    const auto tail = summary.fromLastOccurrenceOf ("deviation from target", false, false);
+    return (after ? tail.fromFirstOccurrenceOf ("->", false, false) : tail).trim().getDoubleValue();
+}
+
+class Folder
+{
+public:
+    Folder() { folder.getFile().createDirectory(); }
+    juce::File operator() (juce::String const& name) const
+    {
+        return folder.getFile().getChildFile (name);
+    }
+
+private:
+    juce::TemporaryFile folder;
+};
+} // namespace
+
+TEST (KelfinerTool, ColouredNoiseComesOutCloserToTheTarget)
+{
+    const Folder files;
+    writeWav (files ("dull.wav"),
+              colouredNoise ({vesk::test::Biquad::lowPass (2000, 0.707, 48000)}, 48000, 6, 1),
+              48000, 24);
+    const auto run = kelfiner ({"process", files ("dull.wav").getFullPathName(), "-o",
+                                files ("out.wav").getFullPathName(), "--target", "music", "--plot",
+                                files ("plot.png").getFullPathName(), "--save-filter",
+                                files ("dull.filter").getFullPathName()});
+    ASSERT_EQ (run.exitCode, 0) << run.output;
+    EXPECT_GT (deviationFrom (run.output, false), 4.0) << run.output;
+    EXPECT_LT (deviationFrom (run.output, true), 1.5) << run.output;
+    EXPECT_TRUE (files ("plot.png").existsAsFile());
+    EXPECT_NE (juce::ImageFileFormat::loadFrom (files ("plot.png")).getWidth(), 0);
+
+    const auto info = kelfiner ({"info", files ("dull.filter").getFullPathName()});
+    EXPECT_EQ (info.exitCode, 0);
+    EXPECT_TRUE (info.output.contains ("481 coefficients")) << info.output;
+}
+
+TEST (KelfinerTool, KeepsRateChannelsDepthAndLength)
+{
+    const Folder files;
+    const auto input =
+        colouredNoise ({vesk::test::Biquad::peak (3000, 1.0, 9.0, 44100)}, 44100, 3, 2);
+    writeWav (files ("in.wav"), input, 44100, 24);
+    const auto run = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                                files ("out.wav").getFullPathName(), "--live"});
+    ASSERT_EQ (run.exitCode, 0) << run.output;
+    double rate = 0;
+    int bits = 0;
+    const auto output = readWav (files ("out.wav"), rate, bits);
+    EXPECT_EQ (rate, 44100.0);
+    EXPECT_EQ (bits, 24);
+    EXPECT_EQ (output.getNumChannels(), 2);
+    EXPECT_EQ (output.getNumSamples(), input.getNumSamples());
+}
+
+TEST (KelfinerTool, AReferenceRecordingPullsTheSpectrumTowardsItself)
+{
+    const Folder files;
+    writeWav (files ("bright.wav"),
+              colouredNoise ({vesk::test::Biquad::peak (4000, 0.7, 10.0, 48000)}, 48000, 5, 3),
+              48000, 24);
+    writeWav (files ("dark.wav"),
+              colouredNoise ({vesk::test::Biquad::lowPass (1500, 0.707, 48000)}, 48000, 5, 4),
+              48000, 24);
+    const auto run = kelfiner ({"process", files ("bright.wav").getFullPathName(), "-o",
+                                files ("out.wav").getFullPathName(), "--reference",
+                                files ("dark.wav").getFullPathName()});
+    ASSERT_EQ (run.exitCode, 0) << run.output;
+    const auto levels = [&] (juce::String const& name)
+    {
+        double rate = 0;
+        int bits = 0;
+        const auto signal = readWav (files (name), rate, bits);
+        return vesk::test::thirdOctaveLevels (signal, rate, 100, 10000);
+    };
+    const auto before = levels ("bright.wav"), after = levels ("out.wav"),
+               reference = levels ("dark.wav");
+    const auto tilt = [] (vesk::test::BandLevels const& b) { return b.at (200) - b.at (6300); };
+    EXPECT_GT (std::fabs (tilt (before) - tilt (reference)), 15.0);
+    EXPECT_LT (std::fabs (tilt (after) - tilt (reference)), 3.0)
+        << "before " << tilt (before) << ", after " << tilt (after) << ", reference "
+        << tilt (reference);
+}
+
+TEST (KelfinerTool, ErrorsAreClearAndNothingIsLost)
+{
+    const Folder files;
+    writeWav (files ("in.wav"), colouredNoise ({}, 48000, 1, 5), 48000, 16);
+    EXPECT_EQ (kelfiner ({}).exitCode, 2);
+    EXPECT_EQ (kelfiner ({"process", files ("in.wav").getFullPathName(), "--bogus"}).exitCode, 2);
+    EXPECT_EQ (kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                          files ("o.wav").getFullPathName(), "--target", "loud"})
+                   .exitCode,
+               2);
+
+    const auto missing = kelfiner (
+        {"process", files ("nope.wav").getFullPathName(), "-o", files ("o.wav").getFullPathName()});
+    EXPECT_EQ (missing.exitCode, 1);
+    EXPECT_TRUE (missing.output.contains ("no such file")) << missing.output;
+
+    files ("text.wav").replaceWithText ("not audio");
+    EXPECT_EQ (kelfiner ({"process", files ("text.wav").getFullPathName(), "-o",
+                          files ("o.wav").getFullPathName()})
+                   .exitCode,
+               1);
+
+    files ("existing.wav").replaceWithText ("precious");
+    const auto refused = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                                    files ("existing.wav").getFullPathName()});
+    EXPECT_EQ (refused.exitCode, 1);
+    EXPECT_EQ (files ("existing.wav").loadFileAsString(), "precious")
+        << "an existing output is never touched without --force";
+
+    files ("bad.filter").replaceWithText ("garbage that is long enough to be read");
+    EXPECT_EQ (kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                          files ("o.wav").getFullPathName(), "--target-filter",
+                          files ("bad.filter").getFullPathName()})
+                   .exitCode,
+               1);
+    files ("bad.xml").replaceWithText ("<Preset>");
+    EXPECT_EQ (kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                          files ("o.wav").getFullPathName(), "--preset",
+                          files ("bad.xml").getFullPathName()})
+                   .exitCode,
+               1);
+    EXPECT_FALSE (files ("o.wav").exists()) << "no partial output after a failure";
+
+    // Several inputs into a folder; one of them broken: the others are still written.
+    const auto several =
+        kelfiner ({"process", files ("in.wav").getFullPathName(),
+                   files ("text.wav").getFullPathName(), "-o", files ("outs").getFullPathName()});
+    EXPECT_EQ (several.exitCode, 1);
+    EXPECT_TRUE (files ("outs").getChildFile ("in.wav").existsAsFile());
+    EXPECT_FALSE (files ("outs").getChildFile ("text.wav").existsAsFile());
+}
+
+int main (int argc, char** argv)
+{
+    testing::InitGoogleTest (&argc, argv);
+    testing::AddGlobalTestEnvironment (new vesk::test::JuceTestEnvironment());
+    return RUN_ALL_TESTS();
+}
