@@ -13,6 +13,8 @@ public:
     AllocationGuard();
     ~AllocationGuard();
     std::size_t count() const;
+    /** False in sanitizer builds, whose own allocator the guard leaves alone. */
+    static bool isCounting();
 
 private:
     std::size_t start;
