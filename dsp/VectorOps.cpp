@@ -11,14 +11,6 @@
 #include <new>
 #include <utility>
 
-// The hot loops are compiled twice, for the x86-64 baseline and for AVX2 with FMA, and the
-// loader picks one at start-up, so one binary runs everywhere and fast where it can.
-#if defined(__x86_64__) && defined(__linux__) && defined(__GNUC__) && !defined(__clang__)
-#define VESK_VECTOR_CLONES __attribute__ ((target_clones ("arch=x86-64-v3", "default")))
-#else
-#define VESK_VECTOR_CLONES
-#endif
-
 namespace vesk::audio
 {
 namespace
