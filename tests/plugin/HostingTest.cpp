@@ -175,7 +175,7 @@ TEST_P (LoadedBundle, ParametersAutomationAudioAndStateRoundTrip)
 // test covers changing lengths).
 TEST (LoadedLV2Bundle, HoldingAllocatesNothingOnTheAudioThread)
 {
-    if (! vesk::test::AllocationGuard::isCounting())
+    if (!vesk::test::AllocationGuard::isCounting())
         GTEST_SKIP() << "allocations are not counted under a sanitizer";
     juce::LV2PluginFormat format;
     auto plugin = load (format, identifierFor (format, KELFINER_LV2_PATH));

@@ -5,7 +5,7 @@
 
 // Sanitizers bring their own allocator; replacing it would mix two heaps, so under them the
 // guard counts nothing and says so.
-#if ! defined(__SANITIZE_ADDRESS__) && ! defined(__SANITIZE_THREAD__)
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define VESK_COUNT_ALLOCATIONS 1
 #endif
 
