@@ -262,6 +262,8 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
     if (!configure (processor, result.error))
         return result;
     auto& engine = processor.getEngine();
+    // Nobody looks at the analysers here; they only change what is displayed, never the audio.
+    engine.setParameterValue (Deconvolution::enableAnalyzersIndex, 0.0f, false);
     processor.prepareToPlay (rate, blockSize);
 
     juce::AudioBuffer<float> buffer (channels, blockSize);
