@@ -59,13 +59,16 @@ LongTermSpectrum::LongTermSpectrum (double rate)
 
 void LongTermSpectrum::add (Signal32 const& block)
 {
-    // Channels are summed as powers: each channel is framed on its own ring of one frame.
-    for (int n = 0; n < block.getNumSamples(); ++n)
+    // The channels are summed, then framed with half overlap.
+    for (int done = 0; done < block.getNumSamples();)
     {
-        float mono = 0.0f;
-        for (int c = 0; c < block.getNumChannels(); ++c)
-            mono += block[c][n];
-        pending[0][pendingCount++] = mono;
+        const int count = std::min (size - pendingCount, block.getNumSamples() - done);
+        float* target = pending[0] + pendingCount;
+        vesk::audio::ippsCopy_32f (block[0] + done, target, count);
+        for (int c = 1; c < block.getNumChannels(); ++c)
+            vesk::audio::ippsAdd_32f_I (block[c] + done, target, count);
+        pendingCount += count;
+        done += count;
         if (pendingCount < size)
             continue;
         vesk::audio::ippsCopy_32f (pending[0], frame[0], size);
@@ -76,7 +79,6 @@ void LongTermSpectrum::add (Signal32 const& block)
                 static_cast<double> (bins[0][k].re) * bins[0][k].re
                 + static_cast<double> (bins[0][k].im) * bins[0][k].im;
         ++frames;
-        // Half overlap: keep the second half.
         vesk::audio::ippsMove_32f (pending[0] + size / 2, pending[0], size / 2);
         pendingCount = size / 2;
     }
@@ -274,7 +276,8 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
         {
             const auto count = static_cast<int> (std::min<juce::int64> (blockSize, length - done));
             reader->read (&buffer, 0, count, done, true, true);
-            engine.learn (toSignal (buffer, count));
+            engine.learn (toSignal (buffer, count),
+                          2); // edge-to-edge frames: the whole file, half the work
             progress (static_cast<double> (done + count)
                       / static_cast<double> (std::max<juce::int64> (length, 1)) / passes);
         }
@@ -332,12 +335,12 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
     }
     if (settings.live)
         result.learntFrames = engine.getEstimateFrameCount();
-    if (!writer->flush())
+    writer.reset(); // finishes the file (not every format's writer can flush before that)
+    if (temporary.getFile().getSize() <= 0)
     {
         result.error = "write failed (disk full?): " + output.getFullPathName();
         return result;
     }
-    writer.reset();
     if (!temporary.overwriteTargetFileWithTemporary())
     {
         result.error = "cannot replace " + output.getFullPathName();

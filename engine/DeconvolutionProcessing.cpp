@@ -32,7 +32,7 @@ Signal32 Deconvolution::process (const Signal32& input)
         return outputBlock; // not formatted yet: nothing to learn from and no filter to run
     }
 
-    feedEstimation (input);
+    feedEstimation (input, 1);
 
     if (estimationMode != 2 && secondsSinceFilterUpdate > 0.04)
         updateFilter();
@@ -51,11 +51,11 @@ Signal32 Deconvolution::process (const Signal32& input)
     return outputBlock;
 }
 
-void Deconvolution::feedEstimation (const Signal32& input)
+void Deconvolution::feedEstimation (const Signal32& input, int hopMultiple)
 {
     const int length = estimationLength();
     const int frameLength = 2 * (length + 1);
-    const int hop = length + 1;
+    const int hop = (length + 1) * std::clamp (hopMultiple, 1, 2);
 
     // Frames must all have one channel count; a host that changes it starts a new queue.
     if (inputQueue.getAvailable() > 0 && inputQueue.getChannels() != input.getNumChannels())
@@ -63,19 +63,23 @@ void Deconvolution::feedEstimation (const Signal32& input)
     inputQueue.pushCopy (input);
     while (inputQueue.getAvailable() > frameLength)
     {
-        estimationFrame.ensureDimensions (inputQueue.getChannels(), frameLength);
-        inputQueue.peek (estimationFrame);
-        updateEstimate (estimationFrame);
+        // Holding (mode 2) learns nothing from a frame, so it is not even copied out.
+        if (estimationMode != 2)
+        {
+            estimationFrame.ensureDimensions (inputQueue.getChannels(), frameLength);
+            inputQueue.peek (estimationFrame);
+            updateEstimate (estimationFrame);
+        }
         inputQueue.skip (hop);
     }
 }
 
-void Deconvolution::learn (const Signal32& input)
+void Deconvolution::learn (const Signal32& input, int hopMultiple)
 {
     const ScopedFlushDenormals flushDenormals;
     const juce::ScopedLock lock (engineLock);
     if (sampleRate > 0.0)
-        feedEstimation (input);
+        feedEstimation (input, hopMultiple);
 }
 
 bool Deconvolution::updateEstimate (const Signal32& frame)

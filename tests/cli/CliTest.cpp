@@ -131,6 +131,41 @@ TEST (KelfinerTool, KeepsRateChannelsDepthAndLength)
     EXPECT_EQ (output.getNumSamples(), input.getNumSamples());
 }
 
+TEST (KelfinerTool, ReadsOggVorbisAndWritesFlacAndAiff)
+{
+    const Folder files;
+    const auto noise =
+        colouredNoise ({vesk::test::Biquad::lowPass (3000, 0.707, 48000)}, 48000, 2, 6);
+    {
+        auto stream = std::make_unique<juce::FileOutputStream> (files ("in.ogg"));
+        juce::OggVorbisAudioFormat ogg;
+        std::unique_ptr<juce::AudioFormatWriter> writer (
+            ogg.createWriterFor (stream.release(), 48000, 2, 16, {}, 5));
+        ASSERT_NE (writer, nullptr);
+        const float* channels[] = {noise[0], noise[1]};
+        writer->writeFromFloatArrays (channels, 2, noise.getNumSamples());
+    }
+    double rate = 0;
+    int bits = 0;
+    const auto decoded = readWav (files ("in.ogg"), rate, bits);
+    ASSERT_GT (decoded.getNumSamples(), 0);
+
+    auto run = kelfiner ({"process", files ("in.ogg").getFullPathName(), "-o",
+                          files ("out.flac").getFullPathName()});
+    ASSERT_EQ (run.exitCode, 0) << run.output;
+    const auto flac = readWav (files ("out.flac"), rate, bits);
+    EXPECT_EQ (rate, 48000.0);
+    EXPECT_EQ (flac.getNumChannels(), 2);
+    EXPECT_EQ (flac.getNumSamples(), decoded.getNumSamples());
+
+    run = kelfiner ({"process", files ("out.flac").getFullPathName(), "-o",
+                     files ("out.aiff").getFullPathName()});
+    ASSERT_EQ (run.exitCode, 0) << run.output;
+    const auto aiff = readWav (files ("out.aiff"), rate, bits);
+    EXPECT_EQ (aiff.getNumSamples(), flac.getNumSamples());
+    EXPECT_EQ (bits, 16) << "the depth the first file was read at carries through";
+}
+
 TEST (KelfinerTool, AReferenceRecordingPullsTheSpectrumTowardsItself)
 {
     const Folder files;
