@@ -296,3 +296,29 @@ TEST (DeconvolutionProcessing, BeforeAnyFormatTheOutputIsSilent)
     ASSERT_EQ (out.getNumSamples(), 64);
     EXPECT_EQ (out[1][63], 0.0f);
 }
+
+TEST (DeconvolutionLearning, OfflineLearningFeedsFramesOnlyAndCanTakeThemEdgeToEdge)
+{
+    const auto noise = vesk::test::whiteNoise (2, 48000, 70) * 0.5f;
+    Deconvolution overlapping, edgeToEdge;
+    format (overlapping, 2);
+    format (edgeToEdge, 2);
+    const auto designedAt = overlapping.getSecondsSinceFilterUpdate();
+    overlapping.learn (noise);
+    edgeToEdge.learn (noise, 2);
+    // 48000 samples: a frame of 962 whenever more than 962 are queued, every 481 samples or 962.
+    EXPECT_EQ (overlapping.getEstimateFrameCount(), 98u + 1u); // the first frame counts twice
+    EXPECT_EQ (edgeToEdge.getEstimateFrameCount(), 49u + 1u);
+    EXPECT_EQ (overlapping.getSecondsSinceFilterUpdate(), designedAt)
+        << "no redesign, no time passes";
+    Signal32 in, out;
+    overlapping.getAnalyzerData (in, out);
+    EXPECT_FALSE (in.hasStorage()) << "no analysers";
+
+    // Both estimates describe the same (white) source: flat within a fraction of a dB.
+    overlapping.updateFilter();
+    edgeToEdge.updateFilter();
+    const auto a = overlapping.getFilterCurve(), b = edgeToEdge.getFilterCurve();
+    for (int k = 100; k < 4000; k += 300)
+        EXPECT_NEAR (20.0 * std::log10 (a[0][k] / b[0][k]), 0.0, 1.5) << k;
+}
