@@ -5,6 +5,7 @@
 #include <juce_events/juce_events.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <map>
 #include <unistd.h>
@@ -344,6 +345,8 @@ int demo (Arguments const& args)
 
 int main (int argc, char** argv)
 {
+    // A full disk or a file-size limit should end in a clear message, not in a signal.
+    std::signal (SIGXFSZ, SIG_IGN);
     juce::ScopedJuceInitialiser_GUI juce;
     juce::StringArray args;
     for (int i = 1; i < argc; ++i)

@@ -238,6 +238,27 @@ TEST (KelfinerTool, ErrorsAreClearAndNothingIsLost)
                1);
     EXPECT_FALSE (files ("o.wav").exists()) << "no partial output after a failure";
 
+    // No room for the output (a file-size limit stands in for a full disk): a clear error, and
+    // nothing left behind.
+    writeWav (files ("long.wav"), colouredNoise ({}, 48000, 2, 6), 48000, 24);
+    juce::ChildProcess limited;
+    ASSERT_TRUE (
+        limited.start (juce::StringArray{"bash", "-c",
+                                         "ulimit -f 200; exec \"" KELFINER_TOOL "\" process \""
+                                             + files ("long.wav").getFullPathName() + "\" -o \""
+                                             + files ("full.wav").getFullPathName() + "\""},
+                       juce::ChildProcess::wantStdOut | juce::ChildProcess::wantStdErr));
+    const auto message = limited.readAllProcessOutput();
+    limited.waitForProcessToFinish (60000);
+    EXPECT_EQ (limited.getExitCode(), 1u) << message;
+    EXPECT_TRUE (message.contains ("write failed")) << message;
+    EXPECT_FALSE (files ("full.wav").exists());
+    EXPECT_EQ (files ("full.wav")
+                   .getParentDirectory()
+                   .findChildFiles (juce::File::findFiles, false, "*full*")
+                   .size(),
+               0);
+
     // Several inputs into a folder; one of them broken: the others are still written.
     const auto several =
         kelfiner ({"process", files ("in.wav").getFullPathName(),
