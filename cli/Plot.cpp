@@ -20,7 +20,7 @@ bool drawPlot (juce::File const& file, std::vector<double> const& inputPower,
     g.fillAll (background);
     const juce::Rectangle<float> plot (70.0f, 40.0f, width - 100.0f, height - 100.0f);
     const double low = 20.0, high = sampleRate / 2.0;
-    const float topDb = 12.0f, bottomDb = -60.0f;
+    const float topDb = 24.0f, bottomDb = -60.0f;
     const auto xOf = [&] (double f)
     {
         return plot.getX()
@@ -72,18 +72,29 @@ bool drawPlot (juce::File const& file, std::vector<double> const& inputPower,
     double peak = 1e-30;
     for (std::size_t k = 1; k < inputPower.size(); ++k)
         peak = std::max (peak, inputPower[k]);
+    // Spectra smoothed over a sixth of an octave, so the long-term balance shows rather than
+    // single partials.
     const auto spectrumPath = [&] (std::vector<double> const& power)
     {
         juce::Path path;
         const auto size = static_cast<double> (power.size() - 1) * 2.0;
+        std::vector<double> cumulative (power.size() + 1, 0.0);
+        for (std::size_t k = 0; k < power.size(); ++k)
+            cumulative[k + 1] = cumulative[k] + power[k];
         bool started = false;
         for (std::size_t k = 1; k < power.size(); ++k)
         {
             const double f = static_cast<double> (k) * sampleRate / size;
             if (f < low)
                 continue;
-            const auto db =
-                static_cast<float> (10.0 * std::log10 (std::max (power[k], 1e-30) / peak));
+            const auto from = static_cast<std::size_t> (
+                std::max (1.0, std::floor (static_cast<double> (k) * std::pow (2.0, -1.0 / 12.0))));
+            const auto to = std::min (power.size() - 1,
+                                      static_cast<std::size_t> (std::ceil (
+                                          static_cast<double> (k) * std::pow (2.0, 1.0 / 12.0))));
+            const double mean =
+                (cumulative[to + 1] - cumulative[from]) / static_cast<double> (to - from + 1);
+            const auto db = static_cast<float> (10.0 * std::log10 (std::max (mean, 1e-30) / peak));
             const juce::Point<float> point (xOf (f), yOf (db));
             started ? path.lineTo (point) : path.startNewSubPath (point);
             started = true;
