@@ -105,9 +105,6 @@ TEST_P (LoadedBundle, ParametersAutomationAudioAndStateRoundTrip)
     for (auto* parameter : parameters)
         named += parameter->getName (100).isNotEmpty() ? 1 : 0;
     EXPECT_GE (named, 43);
-    if (std::getenv ("KELFINER_TEST_VERBOSE") != nullptr)
-        for (auto* parameter : parameters)
-            std::printf ("[%s] ", parameter->getName (100).toRawUTF8());
     auto* gain = parameterNamed (*first, "MasterGain");
     auto* mode = parameterNamed (*first, "EstimationMode");
     ASSERT_NE (gain, nullptr);
@@ -146,8 +143,6 @@ TEST_P (LoadedBundle, ParametersAutomationAudioAndStateRoundTrip)
     const auto a = run (*first, {512, 1, 480}, 24000);
     const auto b = run (*second, {64, 17, 512}, 24000);
     double energy = 0.0;
-    if (std::getenv ("KELFINER_TEST_VERBOSE") != nullptr)
-        std::printf ("a %f b %f\n", a.getMagnitude (0, 0, 24000), b.getMagnitude (0, 0, 24000));
     for (int c = 0; c < 2; ++c)
         for (int n = 0; n < 24000; ++n)
         {
