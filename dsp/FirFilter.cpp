@@ -3,6 +3,7 @@
 #include "MathEx.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cassert>
 
 namespace vesk::audio
@@ -101,6 +102,16 @@ void FirFilter::IppFirFilter::setDelayLine (Signal32 const& recent)
     }
 }
 
+bool FirFilter::IppFirFilter::replaceTaps (Signal32 const& taps) noexcept
+{
+    if (states.empty() || taps.getNumSamples() != tapCounts[0] || taps.getNumChannels() <= 0)
+        return false;
+    for (std::size_t c = 0; c < states[0].size(); ++c)
+        ippsFIRSetTaps_32f (taps.getChannel (responseChannel (taps, static_cast<int> (c))),
+                            states[0][c]);
+    return true;
+}
+
 void FirFilter::IppFirFilter::reset()
 {
     for (auto& perResponse : states)
@@ -156,9 +167,30 @@ const complex32* FirFilter::Partition::getSpectrum (int response, int channel,
 
 void FirFilter::Partition::setImpulseResponses (std::vector<Signal32> const& irs)
 {
+    transformResponses (irs, spectra, work, scratch.getChannel (0));
+}
+
+int FirFilter::Partition::getWorkBytes() const noexcept
+{
+    int bytes = 0;
+    ippsFFTGetBufSize_R_32f (spec, &bytes);
+    return bytes;
+}
+
+void FirFilter::Partition::transformResponses (std::vector<Signal32> const& irs,
+                                               std::vector<complex32*>& target,
+                                               std::uint8_t* fftWork, float* block) const
+{
+    const auto count = static_cast<std::size_t> (responses * inputChannels * numSegments);
+    if (target.size() != count)
+    {
+        freeAll (target);
+        target.reserve (count);
+        for (std::size_t i = 0; i < count; ++i)
+            target.push_back (allocateBins (segmentLength + 1));
+    }
     // The inverse transforms are unscaled; the 1/N is folded into the stored spectra.
     const float scale = 1.0f / static_cast<float> (2 * segmentLength);
-    float* block = scratch.getChannel (0);
     for (int r = 0; r < responses; ++r)
     {
         Signal32 const& ir = irs[static_cast<std::size_t> (r)];
@@ -175,8 +207,8 @@ void FirFilter::Partition::setImpulseResponses (std::vector<Signal32> const& irs
                                   last - first);
                 ippsMulC_32f_I (scale, block, last > first ? last - first : 0);
                 auto* bins =
-                    spectra[static_cast<std::size_t> ((r * inputChannels + c) * numSegments + s)];
-                ippsFFTFwd_RToCCS_32f (block, reinterpret_cast<float*> (bins), spec, work);
+                    target[static_cast<std::size_t> ((r * inputChannels + c) * numSegments + s)];
+                ippsFFTFwd_RToCCS_32f (block, reinterpret_cast<float*> (bins), spec, fftWork);
             }
         }
     }
@@ -227,6 +259,65 @@ FirFilter::~FirFilter()
 }
 
 void FirFilter::setImpulseResponse (Signal32 const& ir) { setMultipleIRs ({ir}); }
+
+void FirFilter::newLayout() noexcept
+{
+    // Unique across filters, so a response prepared for one filter never fits another.
+    static std::atomic<std::uint64_t> layouts{0};
+    layoutId = ++layouts;
+}
+
+FirFilter::PreparedResponse::~PreparedResponse()
+{
+    for (auto& set : spectra)
+        freeAll (set);
+}
+
+void FirFilter::prepareResponse (Signal32 const& ir, PreparedResponse& prepared) const
+{
+    prepared.pending = false;
+    prepared.layout = layoutId;
+    prepared.response = ir.copy();
+    prepared.headTaps = ir.extractSection (0, std::min (ir.getNumSamples(), headLength));
+
+    std::vector<const Partition*> all;
+    for (auto const& partition : partitions)
+        all.push_back (partition.get());
+    if (blockPartition != nullptr)
+        all.push_back (blockPartition.get());
+    for (auto const* partition : all)
+    {
+        prepared.work.resize (
+            std::max (prepared.work.size(), static_cast<std::size_t> (partition->getWorkBytes())));
+        if (prepared.scratch.getNumSamples() < partition->getTransformLength())
+            prepared.scratch = Signal32 (1, partition->getTransformLength());
+    }
+    prepared.spectra.resize (all.size());
+    const std::vector<Signal32> irs{ir};
+    for (std::size_t i = 0; i < all.size(); ++i)
+        all[i]->transformResponses (irs, prepared.spectra[i], prepared.work.data(),
+                                    prepared.scratch.getChannel (0));
+    prepared.pending = true;
+}
+
+bool FirFilter::swapResponse (PreparedResponse& prepared) noexcept
+{
+    if (!prepared.pending || prepared.layout != layoutId || numResponses != 1
+        || prepared.response.getNumSamples() != impulseResponses[0].getNumSamples()
+        || prepared.headTaps.getNumSamples() != head.getTapCount())
+        return false;
+    std::size_t i = 0;
+    for (auto& partition : partitions)
+        partition->swapSpectra (prepared.spectra[i++]);
+    if (blockPartition != nullptr)
+        blockPartition->swapSpectra (prepared.spectra[i]);
+    head.replaceTaps (prepared.headTaps);
+    std::swap (impulseResponses[0], prepared.response);
+    prepared.pending = false;
+    // The tail output of the frame in progress was made with the old response.
+    recomputeCurrentFrame();
+    return true;
+}
 
 void FirFilter::updatePartitionSizes()
 {
@@ -305,6 +396,7 @@ void FirFilter::setMultipleIRs (std::vector<Signal32> const& irs)
         offset += size;
     }
     partitions = std::move (layout);
+    newLayout();
 
     resizeHistory();
     if (blockPartition != nullptr)
@@ -395,6 +487,7 @@ void FirFilter::updateBlockSize (int blockSize)
             head.setDelayLine (history.peek (-headLength, headLength));
     }
     effectiveBlockSize = effective;
+    newLayout();
     enablePartitions();
     resizeHistory();
     rebuildSchedule();

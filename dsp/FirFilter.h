@@ -39,6 +39,9 @@ public:
         /** Loads the delay lines from the newest input samples (fewer than needed: zeros before).
          */
         void setDelayLine (Signal32 const& history);
+        /** New taps of the same count for the first response, delay lines kept. No allocation. */
+        bool replaceTaps (Signal32 const& taps) noexcept;
+        int getTapCount() const noexcept { return tapCounts.empty() ? 0 : tapCounts[0]; }
         void reset();
         /** Writes (not adds) the head's output for in into every output. */
         void process (Signal32 const& in, std::vector<Signal32>& outputs);
@@ -64,6 +67,14 @@ public:
 
         /** Transforms this partition's slice of every response. Allocates only the first time. */
         void setImpulseResponses (std::vector<Signal32> const& irs);
+        /** The same into spectra laid out as this partition's own (allocated when empty), with
+            the caller's work buffers: another thread may prepare a response this way while the
+            partition runs. */
+        void transformResponses (std::vector<Signal32> const& irs, std::vector<complex32*>& target,
+                                 std::uint8_t* fftWork, float* block) const;
+        /** Exchanges the stored spectra with a set made by transformResponses. */
+        void swapSpectra (std::vector<complex32*>& other) noexcept { spectra.swap (other); }
+        int getWorkBytes() const noexcept;
         void reset();
 
         int getStartOffset() const noexcept { return startOffset; }
@@ -102,6 +113,30 @@ public:
         ComplexSignal32 spectrumScratch;
     };
 
+    /** A response transformed for one layout of a filter (its partitions, head and channel
+        count), ready to be swapped in by the audio thread without allocating or transforming. */
+    class PreparedResponse
+    {
+    public:
+        PreparedResponse() = default;
+        ~PreparedResponse();
+        PreparedResponse (PreparedResponse const&) = delete;
+        PreparedResponse& operator= (PreparedResponse const&) = delete;
+
+        /** True when it holds a response that has not been swapped in yet. */
+        bool isPending() const noexcept { return pending; }
+
+    private:
+        friend class FirFilter;
+        std::uint64_t layout = 0;
+        bool pending = false;
+        Signal32 response;
+        Signal32 headTaps;
+        std::vector<std::vector<complex32*>> spectra; // per partition, the block partition last
+        std::vector<std::uint8_t> work;
+        Signal32 scratch;
+    };
+
     FirFilter();
     ~FirFilter();
     FirFilter (FirFilter const&) = delete;
@@ -115,6 +150,16 @@ public:
     void setMultipleIRs (std::vector<Signal32> const& irs);
     /** Chooses the head: a block partition for power-of-two sizes >= 128, else the direct head. */
     void updateBlockSize (int blockSize);
+
+    /** Transforms a single response (as setImpulseResponse would take it, of the length the
+        filter already has) for the current layout. Any thread, also while the audio thread
+        processes, but not while the layout changes (setImpulseResponse, setMultipleIRs,
+        updateBlockSize, a block with another channel count). Allocates on the calling thread. */
+    void prepareResponse (Signal32 const& ir, PreparedResponse& prepared) const;
+    /** Installs a prepared response by exchanging storage: no allocation, no transform of the
+        response. The input history and the output in progress continue. False (nothing changes)
+        when the layout changed since it was prepared. Audio thread. */
+    bool swapResponse (PreparedResponse& prepared) noexcept;
 
     /** Filters a block with the first response. The result shares the filter's own output
         storage and is overwritten by the next call. Audio thread; allocates only when a block is
@@ -156,6 +201,7 @@ private:
     void spreadWork (int framePosition);
     void boundary (std::int64_t frameEnd);
     int slotOf (std::int64_t frame) const noexcept;
+    void newLayout() noexcept;
 
     CircularBuffer<Signal32> history;
     std::vector<Signal32> impulseResponses;
@@ -187,5 +233,6 @@ private:
     Signal32 frameOutput;
 
     std::vector<Signal32> outputs;
+    std::uint64_t layoutId = 0; // changes whenever partitions, head or channels change
 };
 } // namespace vesk::audio

@@ -9,10 +9,43 @@ namespace vesk::audio
 {
 LinearPrediction::~LinearPrediction()
 {
-    if (spec != nullptr)
-        ippsFFTFree_R_64f (spec);
+    for (auto* spec : specs)
+        if (spec != nullptr)
+            ippsFFTFree_R_64f (spec);
     ippsFree (work);
     ippFree (block);
+}
+
+void LinearPrediction::prepare (int maxSamples, int maxOrder)
+{
+    autocorrelation.reserve (static_cast<std::size_t> (std::max (maxOrder, 0) + 2));
+    coefficients.reserve (static_cast<std::size_t> (std::max (maxOrder, 0) + 1));
+    const int largest = MathEx::findLargerPowerOfTwo (maxSamples + maxOrder + 2);
+    for (int size = 2; size <= largest; size *= 2)
+        reserveTransform (size);
+}
+
+void LinearPrediction::reserveTransform (int size)
+{
+    const auto order = static_cast<std::size_t> (MathEx::log2 (size));
+    if (specs.size() <= order)
+        specs.resize (order + 1, nullptr);
+    if (specs[order] == nullptr)
+        ippsFFTInitAlloc_R_64f (&specs[order], static_cast<int> (order), IPP_FFT_NODIV_BY_ANY,
+                                ippAlgHintFast);
+    if (size <= capacity)
+        return;
+    // The largest transform's buffers serve every smaller one.
+    int bytes = 0;
+    ippsFFTGetBufSize_R_64f (specs[order], &bytes);
+    ippsFree (work);
+    ippFree (block);
+    work = ippsMalloc_8u (bytes);
+    block =
+        static_cast<double*> (ippMalloc (sizeof (double) * static_cast<std::size_t> (size + 2)));
+    if (work == nullptr || block == nullptr)
+        throw std::bad_alloc();
+    capacity = size;
 }
 
 void LinearPrediction::autocorrelate (const float* x, int n, int lags)
@@ -36,26 +69,8 @@ void LinearPrediction::autocorrelate (const float* x, int n, int lags)
     }
 
     const int size = MathEx::findLargerPowerOfTwo (n + computed);
-    if (size != specSize)
-    {
-        if (spec != nullptr)
-            ippsFFTFree_R_64f (spec);
-        ippsFree (work);
-        ippFree (block);
-        spec = nullptr;
-        work = nullptr;
-        block = nullptr;
-        specSize = 0;
-        ippsFFTInitAlloc_R_64f (&spec, MathEx::log2 (size), IPP_FFT_NODIV_BY_ANY, ippAlgHintFast);
-        int bytes = 0;
-        ippsFFTGetBufSize_R_64f (spec, &bytes);
-        work = ippsMalloc_8u (bytes);
-        block = static_cast<double*> (
-            ippMalloc (sizeof (double) * static_cast<std::size_t> (size + 2)));
-        if (work == nullptr || block == nullptr)
-            throw std::bad_alloc();
-        specSize = size;
-    }
+    reserveTransform (size);
+    const auto* spec = specs[static_cast<std::size_t> (MathEx::log2 (size))];
     for (int m = 0; m < n; ++m)
         block[m] = x[m];
     std::fill (block + n, block + size + 2, 0.0);

@@ -20,16 +20,22 @@ public:
     /** Per channel the polynomial 1, a[1] ... a[count - 1]; a failed recursion gives 1, 0, ... 0.
      */
     Signal32 analyse (Signal32 const& in, int count);
-    /** a[0 ... order] of n samples into a; false when the recursion becomes unstable. */
+    /** a[0 ... order] of n samples into a; false when the recursion becomes unstable.
+        Allocates only for frames or orders beyond those prepared. */
     bool lpa (const float* x, int n, double* a, int order);
+    /** Makes every transform and buffer that frames of up to maxSamples and models of up to
+        maxOrder need, so that lpa() no longer allocates. Not while lpa() runs. */
+    void prepare (int maxSamples, int maxOrder);
 
 private:
     void autocorrelate (const float* x, int n, int lags);
     bool levinson (const double* r, double* a, int order);
 
     std::vector<double> autocorrelation;
-    IppsFFTSpec_R_64f* spec = nullptr;
-    int specSize = 0;
+    void reserveTransform (int size);
+
+    std::vector<IppsFFTSpec_R_64f*> specs; // by log2 of the transform length
+    int capacity = 0;                      // length that work and block serve
     std::uint8_t* work = nullptr;
     double* block = nullptr;
     std::vector<double> coefficients;
