@@ -37,6 +37,11 @@ public:
     /** One block of audio. Audio thread. */
     virtual Signal32 process (const Signal32& input) = 0;
 
+    /** Whether process() runs under real-time constraints (a host playing) or offline (a
+        render, a tool), where it may do its work inline. Nothing to do here. Not while audio
+        runs. */
+    virtual void setRealtime (bool) {}
+
     const AudioFormat& getInputFormat() const noexcept { return inputFormat; }
     const AudioFormat& getOutputFormat() const noexcept { return outputFormat; }
 

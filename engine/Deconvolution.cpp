@@ -1,6 +1,7 @@
 #include "Deconvolution.h"
 
 #include "MathEx.h"
+#include "WindowFunctions.h"
 
 #include <cmath>
 #include <stdexcept>
@@ -18,15 +19,23 @@ int roundHalfEven (double x)
 bool isFlag (float value) { return value > 0.5f; }
 } // namespace
 
-Deconvolution::Deconvolution()
+namespace
 {
-    for (auto& frequency : emphasisPointFrequency)
-        frequency.store (1000.0f);
-    for (auto& level : emphasisPointLevel)
-        level.store (100.0f);
+/** Copies a signal into a handle of its own with room for at least capacity samples, so that
+    the copy under the engine's lock is a plain copy, not an allocation. */
+Signal32 withRoomFor (int channels, int samples, int capacity)
+{
+    Signal32 result (std::max (channels, 1), std::max (samples, capacity), 0.0f);
+    result.ensureDimensions (channels, samples);
+    return result;
 }
 
-Deconvolution::~Deconvolution() = default;
+void copySamples (Signal32 const& from, Signal32& to)
+{
+    for (int c = 0; c < from.getNumChannels(); ++c)
+        ippsCopy_32f (from.getChannel (c), to.getChannel (c), from.getNumSamples());
+}
+} // namespace
 
 bool Deconvolution::setFormat (const AudioFormat& input, const AudioFormat& output)
 {
@@ -38,8 +47,8 @@ bool Deconvolution::setFormat (const AudioFormat& input, const AudioFormat& outp
     if (input.channelCount < 1 || !(input.sampleRate >= 1000.0 && input.sampleRate <= 1.0e6))
         return false;
 
-    // Not needed by the host layer's calling order, but cheap insurance against a parameter
-    // change arriving from another thread while the grid is rebuilt.
+    // Not while audio runs, but a designer on another thread may be busy: both locks.
+    const juce::ScopedLock design (designLock);
     const juce::ScopedLock lock (engineLock);
     numChannels = input.channelCount;
     sampleRate = input.sampleRate;
@@ -64,14 +73,79 @@ bool Deconvolution::setFormat (const AudioFormat& input, const AudioFormat& outp
     ippsSum_32f (weights, bins, &total);
     ippsDivC_32f_I (total / static_cast<float> (bins), weights, bins);
 
-    // Prepare the transforms here so the audio thread never has to.
-    designTransform.allocate (fftSize, true);
-    analyzerTransform.allocate (analyzerFrameSize, true);
+    prepareBuffers();
 
+    // The first filter is installed directly: it fixes the convolution's layout, and responses
+    // prepared for an earlier layout are void.
     updateEmphasisLevels();
     updateFilter();
+    correctionFilter.setImpulseResponse (impulseResponse.createMultichannelSignal (numChannels));
+    readySlot = 1;
+    designSlot = 0;
+    audioSlot = 2;
+    for (auto& slot : responseSlots)
+        correctionFilter.prepareResponse (impulseResponse, slot);
+    for (auto& slot : responseSlots)
+        correctionFilter.swapResponse (slot); // leaves every slot holding spectra of this layout
     updateTargetMagnitudes (Signal32());
     return true;
+}
+
+int Deconvolution::maximumOrder() const
+{
+    return static_cast<int> (std::nearbyint (sampleRate.load() * 0.1)) + 1;
+}
+
+void Deconvolution::prepareBuffers()
+{
+    // Everything the audio thread touches is sized here for the whole range of filter lengths
+    // (estimationLength() allows up to 100 ms) and for blocks up to the announced size.
+    const int channels = numChannels;
+    const int order = maximumOrder();
+    const int frame = 2 * order;
+    const int block = std::max (expectedBlockSize, 1);
+    inputQueue.prepare (channels, frame + queueChunk);
+    estimationWindow = Signal32 (channels, frame);
+    estimationWindow.ensureDimensions (channels, 0);
+    estimationFrame = Signal32 (channels, frame);
+    frameCoefficients = Signal32 (1, order);
+    predictorScratch.reserve (static_cast<std::size_t> (order));
+    linearPrediction.prepare (frame, order);
+    const int learntSamples = sourceEstimate.hasStorage() ? sourceEstimate.getNumSamples() : 0;
+    Signal32 learnt =
+        withRoomFor (std::max (sourceEstimate.getNumChannels(), 1), learntSamples, order);
+    if (learntSamples > 0)
+        copySamples (sourceEstimate, learnt);
+    sourceEstimate = learnt;
+    {
+        const juce::SpinLock::ScopedLockType snapshot (snapshotLock);
+        sourceSnapshot = withRoomFor (1, learntSamples, order);
+        if (learntSamples > 0)
+            ippsCopy_32f (sourceEstimate.getChannel (0), sourceSnapshot.getChannel (0),
+                          learntSamples);
+        snapshotSampleRate = sourceSampleRate;
+        snapshotStale = false;
+    }
+    inputBlock = Signal32 (channels, block, 0.0f);
+    outputBlock = Signal32 (channels, block, 0.0f);
+
+    analyzerInputQueue.prepare (1, analyzerFrameSize + queueChunk);
+    analyzerOutputQueue.prepare (1, analyzerFrameSize + queueChunk);
+    analyzerTransform.allocate (analyzerFrameSize, true);
+    analyzerWindow = WindowFunctions::generateBlackman (analyzerFrameSize, 0.16f);
+    float windowSum = 0.0f;
+    ippsSum_32f (analyzerWindow.getChannel (0), analyzerFrameSize, &windowSum);
+    ippsMulC_32f_I (2.0f / windowSum, analyzerWindow.getChannel (0), analyzerFrameSize);
+    const int analyzerBinCount = analyzerFrameSize / 2 + 1;
+    inputSpectrum = Signal32 (1, analyzerBinCount, 0.0f);
+    outputSpectrum = Signal32 (1, analyzerBinCount, 0.0f);
+    inputSpectrumValid = outputSpectrumValid = false;
+    analyzerSum = Signal32 (1, queueChunk);
+    analyzerFrame = Signal32 (1, analyzerFrameSize);
+    analyzerBins = ComplexSignal32 (1, analyzerBinCount);
+    analyzerMagnitudes = Signal32 (1, analyzerBinCount);
+
+    designTransform.allocate (fftSize, true);
 }
 
 void Deconvolution::getProcessingInfo (ProcessingInfo& info)
@@ -126,7 +200,6 @@ float Deconvolution::getParameterValue (int index)
 
 void Deconvolution::setParameterValue (int index, float value, bool)
 {
-    const juce::ScopedLock lock (engineLock);
     if (index < 0 || index >= numParameters)
         throw std::out_of_range ("Parameter index");
 
@@ -143,22 +216,14 @@ void Deconvolution::setParameterValue (int index, float value, bool)
         case estimationModeIndex:
             estimationMode = toInteger (value);
             estimateFrameCount = 0;
+            restartEstimate = true;
             break;
         case estimationThresholdIndex: estimationThreshold = value; break;
         case filterLengthIndex: filterLength = value; break;
-        case targetModelIndex:
-            targetModel = toInteger (value);
-            updateTargetMagnitudes (Signal32());
-            break;
+        case targetModelIndex: targetModel = toInteger (value); break;
         case masterGainIndex: masterGain = value; break;
-        case enableAnalyzersIndex:
-            analyzersEnabled = isFlag (value);
-            updateEmphasisLevels();
-            break;
-        case enableEmphasisCurveIndex:
-            emphasisCurveEnabled = isFlag (value);
-            updateEmphasisLevels();
-            break;
+        case enableAnalyzersIndex: analyzersEnabled = isFlag (value); break;
+        case enableEmphasisCurveIndex: emphasisCurveEnabled = isFlag (value); break;
         default:
             if (index < emphasisPointFrequencyIndex)
             {
@@ -175,15 +240,39 @@ void Deconvolution::setParameterValue (int index, float value, bool)
             else
                 emphasisPointLevel[static_cast<std::size_t> (index - emphasisPointLevelIndex)] =
                     value;
-            updateEmphasisLevels();
             break;
     }
+    parameterChangedFrom (index);
+}
+
+void Deconvolution::parameterChangedFrom (int index)
+{
+    // The master gain is applied after the convolution and the analysers only watch: neither
+    // changes the correction, so neither costs a redesign.
+    if (index == masterGainIndex || index == enableAnalyzersIndex)
+        return;
+    const bool emphasis = index >= enableEmphasisCurveIndex;
+    const bool target = index == targetModelIndex;
+    if (onAudioThread())
+    {
+        if (emphasis)
+            emphasisPending = true;
+        if (target)
+            targetPending = true;
+        designPending = true;
+        return;
+    }
+    const juce::ScopedLock lock (designLock);
+    if (emphasis)
+        updateEmphasisLevels();
+    if (target)
+        updateTargetMagnitudes (Signal32());
     updateFilter();
 }
 
 void Deconvolution::effectuateParameterChanges()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     updateEmphasisLevels();
     updateTargetMagnitudes (Signal32());
     updateFilter();
@@ -191,58 +280,142 @@ void Deconvolution::effectuateParameterChanges()
 
 void Deconvolution::reset()
 {
-    const juce::ScopedLock lock (engineLock);
-    if (estimationMode != 2)
-        sourceEstimate = Signal32(); // mode 2 holds what was learnt, on purpose
-    estimateFrameCount = 0;
-    inputQueue.clear();
-    correctionFilter.reset();
+    bool layoutChanged = false;
+    {
+        const juce::ScopedLock lock (engineLock);
+        if (estimationMode != 2)
+            sourceEstimate.ensureDimensions (1, 0); // mode 2 holds what was learnt, on purpose
+        publishSourceSnapshot();
+        estimateFrameCount = 0;
+        restartEstimate = false;
+        inputQueue.clear();
+
+        // The announced block size picks the convolution's fastest layout. A silent block of
+        // that size, run now and forgotten, sizes every buffer the audio thread will use.
+        const int layoutBefore = correctionFilter.getEffectiveBlockSize();
+        correctionFilter.updateBlockSize (expectedBlockSize);
+        layoutChanged = layoutBefore != correctionFilter.getEffectiveBlockSize();
+        const int block = std::max (expectedBlockSize, 1);
+        if (numChannels > 0 && block > inputBlock.getNumSamples())
+        {
+            inputBlock = Signal32 (numChannels, block, 0.0f);
+            outputBlock = Signal32 (numChannels, block, 0.0f);
+        }
+        if (numChannels > 0)
+        {
+            Signal32 silence (numChannels, block, 0.0f);
+            correctionFilter.process (silence);
+        }
+        correctionFilter.reset();
+        appliedGain = MathEx::fromDecibel (masterGain);
+    }
+    // A new layout voids responses prepared for the old one: design again for this one.
+    // Work left for the design thread is done now, so playback restarts from a known filter.
+    if (designPending.load())
+    {
+        designRequested();
+        const juce::ScopedLock audio (engineLock);
+        installPendingResponse();
+    }
+    else if (layoutChanged && sampleRate > 0.0)
+    {
+        const juce::ScopedLock lock (designLock);
+        {
+            const juce::ScopedLock audio (engineLock);
+            publishSourceSnapshot();
+        }
+        updateFilter();
+        const juce::ScopedLock audio (engineLock);
+        installPendingResponse();
+    }
 }
 
 bool Deconvolution::hasTargetFilter()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     return targetFilter.hasStorage() && targetFilter.getNumSamples() > 0;
 }
 
 Signal32 Deconvolution::getFilterCurve()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     return filterCurve.copy();
 }
 
 void Deconvolution::getAnalyzerData (Signal32& input, Signal32& outputData)
 {
-    const juce::ScopedLock lock (engineLock);
-    input = inputSpectrum.copy();
-    outputData = outputSpectrum.copy();
+    const int bins = analyzerFrameSize / 2 + 1;
+    Signal32 in = withRoomFor (1, bins, bins), out = withRoomFor (1, bins, bins);
+    bool inValid = false, outValid = false;
+    {
+        const juce::ScopedLock lock (engineLock);
+        inValid = inputSpectrumValid && inputSpectrum.getNumSamples() == bins;
+        outValid = outputSpectrumValid && outputSpectrum.getNumSamples() == bins;
+        if (inValid)
+            copySamples (inputSpectrum, in);
+        if (outValid)
+            copySamples (outputSpectrum, out);
+    }
+    input = inValid ? in : Signal32();
+    outputData = outValid ? out : Signal32();
 }
 
 void Deconvolution::getSourceFilter (Signal32& coefficients, double& rate)
 {
-    const juce::ScopedLock lock (engineLock);
-    coefficients = sourceEstimate.copy();
-    rate = sourceSampleRate;
+    // Room is made outside the lock; only a loaded set longer than learning makes, or one of
+    // several channels, needs more inside it.
+    Signal32 copy = withRoomFor (1, 0, maximumOrder());
+    {
+        const juce::ScopedLock lock (engineLock);
+        copy.ensureDimensions (sourceEstimate.getNumChannels(), sourceEstimate.getNumSamples());
+        if (copy.getNumSamples() > 0)
+            copySamples (sourceEstimate, copy);
+        rate = sourceSampleRate;
+    }
+    coefficients = copy.getNumSamples() > 0 ? copy : Signal32();
 }
 
 void Deconvolution::setSourceFilter (const Signal32& coefficients, double rate)
 {
-    const juce::ScopedLock lock (engineLock);
-    sourceEstimate = coefficients.copy();
-    sourceSampleRate = rate;
+    const bool present = coefficients.hasStorage() && coefficients.getNumChannels() > 0
+                         && coefficients.getNumSamples() > 0;
+    const int channels = present ? coefficients.getNumChannels() : 1;
+    const int samples = present ? coefficients.getNumSamples() : 0;
+    // The storage keeps room for learning to go on without allocating.
+    Signal32 learnt = withRoomFor (channels, samples, maximumOrder());
+    if (present)
+        copySamples (coefficients, learnt);
+    {
+        const juce::ScopedLock lock (engineLock);
+        std::swap (sourceEstimate, learnt);
+        sourceSampleRate = rate;
+        publishSourceSnapshot();
+        if (snapshotStale)
+        {
+            // A designer holds the snapshot for a moment; this thread may wait for it.
+            const juce::SpinLock::ScopedLockType snapshot (snapshotLock);
+            sourceSnapshot.ensureDimensions (1, samples);
+            if (samples > 0)
+                ippsCopy_32f (sourceEstimate.getChannel (0), sourceSnapshot.getChannel (0),
+                              samples);
+            snapshotSampleRate = rate;
+            snapshotStale = false;
+        }
+    }
+    const juce::ScopedLock lock (designLock);
     updateFilter();
 }
 
 void Deconvolution::getTargetFilter (Signal32& coefficients, double& rate)
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     coefficients = targetModel == custom ? targetFilter.copy() : Signal32();
     rate = targetSampleRate;
 }
 
 void Deconvolution::setTargetFilter (const Signal32& coefficients, double rate)
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     targetFilter = coefficients.getNumSamples() > 0 ? coefficients.copy() : Signal32();
     targetSampleRate = rate;
     // A filter loaded while "Custom" is chosen is heard at once, not at the next profile change.
@@ -259,25 +432,25 @@ std::uint64_t Deconvolution::getEstimateFrameCount()
 
 Signal32 Deconvolution::getTargetMagnitudes()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     return targetMagnitudes.copy();
 }
 
 Signal32 Deconvolution::getEmphasisLevels()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     return emphasisLevels.copy();
 }
 
 Signal32 Deconvolution::getBinWeights()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     return binWeights.copy();
 }
 
 std::vector<float> Deconvolution::getBinFrequencies()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     return binFrequencies;
 }
 
@@ -313,7 +486,7 @@ int Deconvolution::getAnalyzerHopSize()
 
 Signal32 Deconvolution::getImpulseResponse()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     return impulseResponse.copy();
 }
 } // namespace vesk::audio

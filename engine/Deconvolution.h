@@ -3,15 +3,16 @@
 #include "BaseAudioProcessor.h"
 #include "FirFilter.h"
 #include "FourierTransform.h"
+#include "FrameQueue.h"
 #include "LinearPrediction.h"
 #include "MapScale.h"
-#include "SignalQueue.h"
 
 #include <juce_core/juce_core.h>
 
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace vesk::audio
@@ -20,8 +21,24 @@ namespace vesk::audio
     envelope of its input by linear prediction (the source estimate), compares it with a target
     profile and applies a 50 ms minimum-phase FIR correction with zero added latency.
 
-    Threads: process() on the audio thread; parameter, filter and display calls from any thread.
-    One re-entrant lock, engineLock, serialises them. */
+    Threads and locks:
+    - The audio thread calls process(). It holds engineLock for the block, as the design has it,
+      but nothing else holds that lock for longer than a copy: the analyser read-outs, the source
+      filter's get and set, and the calls made while audio does not run (setFormat, reset).
+    - A redesign (updateFilter and the routines it uses) holds designLock, which the audio thread
+      never takes. It runs on the thread that caused it: a parameter or filter change made on a
+      message or worker thread designs there and then. The finished response is transformed for
+      the convolution on that thread as well and handed over through a lock-free exchange that
+      process() looks at once per block.
+    - In real-time mode (setRealtime (true), what the plug-in uses while a host plays) process()
+      never designs: when learning wants a new filter, or when a parameter change arrives on the
+      audio thread (hosts deliver automation there), it only raises a flag, and a shared design
+      thread does the work. The learnt estimate reaches that thread through a snapshot that the
+      audio thread writes only when it gets the snapshot's spin lock at once.
+    - In offline mode (the default, and the command-line tool's) process() redesigns inline, so
+      a file gives the same result on every run.
+    - On the audio thread nothing allocates once setFormat and reset have prepared the buffers
+      for the announced block size (expectedBlockSize) and the whole range of filter lengths. */
 class Deconvolution : public BaseAudioProcessor
 {
 public:
@@ -55,25 +72,35 @@ public:
     Deconvolution();
     ~Deconvolution() override;
 
-    /** Builds the bin grid, weights, analyser sizes and a first filter. Refuses (false) differing
-        input and output formats, and formats no engine can run (no channels, no sample rate).
-        Not while audio runs. */
+    /** Builds the bin grid, weights, analyser sizes, every buffer the audio thread needs and a
+        first filter. Refuses (false) differing input and output formats, and formats no engine
+        can run (no channels, no sample rate). Not while audio runs. */
     bool setFormat (const AudioFormat& input, const AudioFormat& output) override;
+    /** Any thread. */
     void getProcessingInfo (ProcessingInfo& info) override;
     /** Any thread, no lock. */
     void getParameterRange (int index, float& minimum, float& maximum) override;
     /** Any thread, no lock. */
     float getParameterValue (int index) override;
-    /** Any thread; redesigns the filter under the lock. */
+    /** Any thread. Stores the value at once; a change that alters the correction redesigns it:
+        on the calling thread, or on the design thread when called on the audio thread in
+        real-time mode. The master gain and the analyser switch never redesign. */
     void setParameterValue (int index, float value, bool) override;
-    /** Message thread: rebuilds emphasis, target and filter. */
+    /** Rebuilds emphasis, target and filter. Any thread but the audio thread. */
     void effectuateParameterChanges() override;
-    /** Empties the estimation queue and the filter history; outside mode 2 also the estimate.
-        Not while audio runs. */
+    /** Empties the estimation queue and the filter history (outside mode 2 also the estimate)
+        and prepares the convolution for expectedBlockSize. Not while audio runs. */
     void reset() override;
     /** Learns (outside mode 2), filters and analyses one block. The result shares the engine's
         output storage until the next call. Audio thread. */
     Signal32 process (const Signal32& input) override;
+
+    /** Real time: process() hands redesigns to the design thread. Offline (the default): it
+        redesigns inline, deterministically. Not while audio runs. */
+    void setRealtime (bool shouldBeRealtime) override;
+    bool isRealtime() const noexcept { return realtime; }
+    /** Blocks until no redesign is pending or running. Any thread but the audio thread. */
+    void waitForPendingDesign();
 
     /** Feeds estimation frames only: no redesign, no convolution, no analysers. For offline tools
         that learn a whole file before processing it; call updateFilter() afterwards. A hop
@@ -83,18 +110,25 @@ public:
 
     /** Any thread. */
     bool hasTargetFilter();
-    /** Deep copy of the current correction magnitude curve. Any thread. */
+    /** Deep copy of the current correction magnitude curve. Any thread but the audio thread. */
     Signal32 getFilterCurve();
-    /** Deep copies of the smoothed input and output spectra (linear magnitudes). Any thread. */
+    /** Deep copies of the smoothed input and output spectra (linear magnitudes). Any thread but
+        the audio thread. */
     void getAnalyzerData (Signal32& input, Signal32& output);
+    /** Copy of the learnt source filter and its rate. Any thread but the audio thread. */
     void getSourceFilter (Signal32& coefficients, double& rate);
+    /** Replaces the learnt source filter and redesigns. Any thread but the audio thread. */
     void setSourceFilter (const Signal32& coefficients, double rate);
-    /** The stored target, but only while the "Custom" profile is chosen. */
+    /** The stored target, but only while the "Custom" profile is chosen. Any thread but the
+        audio thread. */
     void getTargetFilter (Signal32& coefficients, double& rate);
+    /** Replaces the stored target filter and redesigns. Any thread but the audio thread. */
     void setTargetFilter (const Signal32& coefficients, double rate);
 
     // The engine's routines. process() and the calls above use them; they are public so that
-    // tools and tests can drive one step at a time. Each takes engineLock.
+    // tools and tests can drive one step at a time. The estimation routine runs under
+    // engineLock (audio thread, or not while audio runs); the design routines under designLock
+    // (any thread but the audio thread).
 
     /** Folds one estimation frame into the source estimate; false when the mode or the level
         gate rejects it. */
@@ -106,14 +140,15 @@ public:
     /** Magnitude response of a coefficient set on the bin grid, mapped from its own rate. */
     Signal32 getMagnitudesFromFilterCoefficients (const Signal32& coefficients,
                                                   double filterSampleRate);
-    /** Designs and installs the correction filter. */
+    /** Designs the correction filter from the latest estimate and hands it to the audio thread.
+     */
     void updateFilter();
     /** One minimum-phase impulse response of 50 ms per channel of magnitudes. */
     Signal32 calculateImpulseResponse (const Signal32& magnitudes);
     /** Turns the emphasis points into one weight per bin. */
     void updateEmphasisLevels();
 
-    // Read-outs for tools and tests; each takes engineLock and returns copies.
+    // Read-outs for tools and tests; copies. Any thread but the audio thread.
     std::uint64_t getEstimateFrameCount();
     Signal32 getTargetMagnitudes();
     Signal32 getEmphasisLevels();
@@ -124,43 +159,106 @@ public:
     int getFftSize();
     int getAnalyzerFrameSize();
     int getAnalyzerHopSize();
-    /** The filter's current impulse response (first channel). */
+    /** The impulse response of the latest design (first channel). */
     Signal32 getImpulseResponse();
+    /** How many designs have been installed in the convolution (audio side). */
+    std::uint64_t getInstalledDesignCount() const noexcept { return installedDesigns; }
 
 private:
+    class DesignThread;
+    static constexpr int queueChunk = 4096; // queues take blocks in pieces of at most this
+
     int estimationLength() const;
+    int maximumOrder() const;
+    void prepareBuffers();
     void feedEstimation (const Signal32& input, int hopMultiple);
     void updateAnalyzers (const Signal32& input, const Signal32& output);
-    void installImpulseResponse (const Signal32& curve);
+    void analyse (FrameQueue& queue, Signal32& spectrum, bool& valid, float smoothing);
+    void publishSourceSnapshot();
+    void requestDesign();
+    void designRequested();
+    void installPendingResponse();
+    bool onAudioThread() const noexcept;
+    void parameterChangedFrom (int index);
 
     juce::CriticalSection engineLock;
+    juce::CriticalSection designLock;
 
     std::atomic<int> numChannels{0};
     std::atomic<double> sampleRate{0.0};
     int fftSize = 0;
     int analyzerFrameSize = 0;
     int analyzerHopSize = 0;
-    double secondsSinceFilterUpdate = 0.0;
-    std::uint64_t estimateFrameCount = 0;
+    std::atomic<bool> realtime{false};
+    std::atomic<juce::Thread::ThreadID> audioThread{nullptr};
 
-    Signal32 sourceEstimate;
+    // Audio side, under engineLock.
+    double secondsSinceFilterUpdate = 0.0;
+    std::atomic<std::uint64_t> estimateFrameCount{0};
+    std::atomic<bool> restartEstimate{false};
+    Signal32 sourceEstimate; // no samples: nothing learnt (the storage is kept for learning)
     double sourceSampleRate = 0.0;
+    FrameQueue inputQueue;
+    FirFilter correctionFilter;
+    LinearPrediction linearPrediction;
+    Signal32 estimationWindow;
+    Signal32 estimationFrame;
+    Signal32 frameCoefficients;
+    std::vector<double> predictorScratch;
+    Signal32 inputBlock; // the input with non-finite samples silenced
+    Signal32 outputBlock;
+    float appliedGain = 1.0f;
+    std::atomic<std::uint64_t> installedDesigns{0};
+
+    // Analysers (audio side, read out under engineLock).
+    FrameQueue analyzerInputQueue;
+    FrameQueue analyzerOutputQueue;
+    FourierTransform analyzerTransform;
+    Signal32 analyzerWindow;
+    Signal32 inputSpectrum;
+    Signal32 outputSpectrum;
+    bool inputSpectrumValid = false;
+    bool outputSpectrumValid = false;
+    Signal32 analyzerSum;
+    Signal32 analyzerFrame;
+    ComplexSignal32 analyzerBins;
+    Signal32 analyzerMagnitudes;
+
+    // The learnt estimate as the designers see it.
+    juce::SpinLock snapshotLock;
+    Signal32 sourceSnapshot;
+    double snapshotSampleRate = 0.0;
+    bool snapshotStale = false; // audio side: the last publication found the lock taken
+
+    // Design side, under designLock.
+    Signal32 designSource;
+    double designSourceRate = 0.0;
     Signal32 targetFilter;
     double targetSampleRate = 0.0;
     Signal32 filterCurve;
     Signal32 targetMagnitudes;
     Signal32 emphasisLevels;
     Signal32 impulseResponse;
-
     std::vector<float> binFrequencies;
     std::vector<double> binLogFrequencies; // log10 of each bin's frequency, where curves are drawn
     Signal32 binWeights;
-
-    SignalQueue<Signal32> inputQueue;
-    FirFilter correctionFilter;
     FourierTransform designTransform;
-    FourierTransform analyzerTransform;
-    LinearPrediction linearPrediction;
+    MapScale rescaleMap;
+
+    // Finished responses travel from the designers to the audio thread through three slots:
+    // one being written, one ready (with a flag while it is fresh), one in use.
+    static constexpr int freshResponse = 4;
+    std::array<FirFilter::PreparedResponse, 3> responseSlots;
+    int designSlot = 0;            // designers, under designLock
+    std::atomic<int> readySlot{1}; // exchanged by both sides
+    int audioSlot = 2;             // audio thread
+
+    // Work that a change on the audio thread left for the design thread.
+    std::atomic<bool> designPending{false};
+    std::atomic<bool> designedSinceBlock{false}; // restarts the 40 ms pacing at the next block
+    std::atomic<bool> emphasisPending{false};
+    std::atomic<bool> targetPending{false};
+    std::unique_ptr<juce::SharedResourcePointer<DesignThread>> designThread;
 
     // Parameters: atomics, because getParameterValue reads them without the lock.
     std::atomic<int> estimationMode{1};
@@ -173,25 +271,5 @@ private:
     std::atomic<std::uint16_t> emphasisPointEnabled{1};
     std::array<std::atomic<float>, numEmphasisPoints> emphasisPointFrequency;
     std::array<std::atomic<float>, numEmphasisPoints> emphasisPointLevel;
-
-    // Estimation scratch, reused so that learning does not allocate per frame.
-    Signal32 estimationWindow;
-    Signal32 estimationFrame;
-    Signal32 frameCoefficients;
-    std::vector<double> predictorScratch;
-
-    // Analysers.
-    SignalQueue<Signal32> analyzerInputQueue;
-    SignalQueue<Signal32> analyzerOutputQueue;
-    Signal32 analyzerWindow;
-    Signal32 inputSpectrum;
-    Signal32 outputSpectrum;
-    Signal32 analyzerSum;
-    Signal32 analyzerFrame;
-    ComplexSignal32 analyzerBins;
-    Signal32 analyzerMagnitudes;
-
-    Signal32 outputBlock;
-    MapScale rescaleMap;
 };
 } // namespace vesk::audio

@@ -35,7 +35,7 @@ bool hasCoefficients (Signal32 const& coefficients)
 Signal32 Deconvolution::getMagnitudesFromFilterCoefficients (const Signal32& coefficients,
                                                              double filterSampleRate)
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     const int bins = fftSize / 2 + 1;
     if (!hasCoefficients (coefficients))
         return Signal32 (1, bins, 1.0f);
@@ -59,7 +59,7 @@ Signal32 Deconvolution::getMagnitudesFromFilterCoefficients (const Signal32& coe
 
 void Deconvolution::updateTargetMagnitudes (const Signal32& sourceMagnitudes)
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     const int bins = static_cast<int> (binFrequencies.size());
     const auto lowPass = [this] (float cutoff, float order)
     { return Butterworth::evaluateLowPassFilter (binFrequencies, cutoff, order, 0.0f); };
@@ -109,20 +109,20 @@ void Deconvolution::updateTargetMagnitudes (const Signal32& sourceMagnitudes)
 
 Signal32 Deconvolution::extractTargetModelFromSource (const Signal32&)
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     const int bins = fftSize / 2 + 1;
-    if (!hasCoefficients (sourceEstimate))
+    if (!hasCoefficients (designSource))
         return Signal32 (1, bins, 1.0f);
 
     // A 0.5 ms model, tapered towards its end: a much smoother envelope than the source's own.
     const int taps =
-        std::min (static_cast<int> (sampleRate * 0.5 / 1000.0), sourceEstimate.getNumSamples());
+        std::min (static_cast<int> (sampleRate * 0.5 / 1000.0), designSource.getNumSamples());
     Signal32 shortened (1, std::max (taps, 1), 0.0f);
     for (int k = 0; k < taps; ++k)
         shortened[0][k] =
-            sourceEstimate[0][k]
+            designSource[0][k]
             * static_cast<float> (0.5 + 0.5 * std::cos (M_PI * k / std::max (taps, 1)));
-    const auto whitening = getMagnitudesFromFilterCoefficients (shortened, sourceSampleRate);
+    const auto whitening = getMagnitudesFromFilterCoefficients (shortened, designSourceRate);
 
     // Half-octave bands from 20 Hz up. A band's level is the mean of its bins in dB (a geometric
     // mean), so that a narrow notch or peak of the model cannot dominate the band. Bands centred
@@ -161,18 +161,28 @@ Signal32 Deconvolution::extractTargetModelFromSource (const Signal32&)
 
 void Deconvolution::updateFilter()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     const int bins = static_cast<int> (binFrequencies.size());
     if (bins == 0)
         return;
 
-    if (!hasCoefficients (sourceEstimate))
+    {
+        // The designers' own copy of what the audio thread learnt, taken in a moment.
+        const juce::SpinLock::ScopedLockType snapshot (snapshotLock);
+        const int learnt = sourceSnapshot.getNumSamples();
+        designSource.ensureDimensions (1, learnt);
+        if (learnt > 0)
+            ippsCopy_32f (sourceSnapshot.getChannel (0), designSource.getChannel (0), learnt);
+        designSourceRate = snapshotSampleRate;
+    }
+
+    if (!hasCoefficients (designSource))
     {
         filterCurve = Signal32 (1, bins, 1.0f);
     }
     else
     {
-        const auto source = getMagnitudesFromFilterCoefficients (sourceEstimate, sourceSampleRate);
+        const auto source = getMagnitudesFromFilterCoefficients (designSource, designSourceRate);
         if (targetModel == automatic || targetMagnitudes.getNumSamples() != source.getNumSamples())
             updateTargetMagnitudes (source);
         Signal32 correction = source * targetMagnitudes;
@@ -199,21 +209,18 @@ void Deconvolution::updateFilter()
         sanitise (filterCurve); // a null bin with a weight of 0 is -inf times 0
     }
 
-    secondsSinceFilterUpdate = 0.0;
-    installImpulseResponse (filterCurve);
-}
-
-void Deconvolution::installImpulseResponse (const Signal32& curve)
-{
-    // Every channel gets the same curve, so one response is computed and replicated.
-    impulseResponse = calculateImpulseResponse (curve.extractChannels (0, 1));
-    correctionFilter.setImpulseResponse (
-        impulseResponse.createMultichannelSignal (std::max (numChannels.load(), 1)));
+    // Every channel gets the same curve, so one response serves them all. It is transformed
+    // for the convolution here and handed over; the audio thread only exchanges storage.
+    impulseResponse = calculateImpulseResponse (filterCurve.extractChannels (0, 1));
+    auto& slot = responseSlots[static_cast<std::size_t> (designSlot)];
+    correctionFilter.prepareResponse (impulseResponse, slot);
+    designSlot = readySlot.exchange (designSlot | freshResponse) & ~freshResponse;
+    designedSinceBlock = true;
 }
 
 Signal32 Deconvolution::calculateImpulseResponse (const Signal32& magnitudes)
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     const int n = fftSize;
     const int bins = n / 2 + 1;
     const int channels = magnitudes.getNumChannels();
@@ -249,7 +256,7 @@ Signal32 Deconvolution::calculateImpulseResponse (const Signal32& magnitudes)
 
 void Deconvolution::updateEmphasisLevels()
 {
-    const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock lock (designLock);
     const int bins = static_cast<int> (binFrequencies.size());
     if (!emphasisCurveEnabled || bins == 0)
     {

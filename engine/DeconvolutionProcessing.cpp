@@ -1,7 +1,6 @@
 #include "Deconvolution.h"
 #include "Denormals.h"
 #include "MathEx.h"
-#include "WindowFunctions.h"
 
 #include <cmath>
 
@@ -17,37 +16,90 @@ int Deconvolution::estimationLength() const
     return static_cast<int> (std::nearbyint (std::clamp (samples, 0.0, sampleRate.load() * 0.1)));
 }
 
+namespace
+{
+/** Copies a block into the engine's channel count; a non-finite sample (NaN, infinity) enters
+    as silence, so one bad sample cannot turn 50 ms of every channel into NaN. */
+void copyFinite (Signal32 const& from, Signal32& to)
+{
+    const int samples = to.getNumSamples();
+    for (int c = 0; c < to.getNumChannels(); ++c)
+    {
+        float* out = to.getChannel (c);
+        if (c >= from.getNumChannels())
+        {
+            ippsZero_32f (out, samples);
+            continue;
+        }
+        const float* in = from.getChannel (c);
+        float check = 0.0f;
+        for (int n = 0; n < samples; ++n)
+        {
+            out[n] = in[n];
+            check += in[n] * 0.0f; // stays 0 unless a sample is NaN or infinite
+        }
+        if (std::isnan (check))
+            for (int n = 0; n < samples; ++n)
+                out[n] = std::isfinite (in[n]) ? in[n] : 0.0f;
+    }
+}
+} // namespace
+
 Signal32 Deconvolution::process (const Signal32& input)
 {
     const ScopedFlushDenormals flushDenormals;
     const juce::ScopedLock lock (engineLock);
+    audioThread = juce::Thread::getCurrentThreadId();
 
     const int samples = input.getNumSamples();
     const int channels = input.getNumChannels();
     outputBlock.ensureDimensions (channels, samples);
-    if (sampleRate <= 0.0)
+    if (sampleRate <= 0.0 || numChannels <= 0)
     {
         for (int c = 0; c < channels; ++c)
             ippsZero_32f (outputBlock.getChannel (c), samples);
         return outputBlock; // not formatted yet: nothing to learn from and no filter to run
     }
 
-    feedEstimation (input, 1);
+    installPendingResponse();
+    if (designedSinceBlock.exchange (false))
+        secondsSinceFilterUpdate = 0.0; // a design made elsewhere restarts the pacing
 
-    if (estimationMode != 2 && secondsSinceFilterUpdate > 0.04)
-        updateFilter();
+    inputBlock.ensureDimensions (numChannels, samples);
+    copyFinite (input, inputBlock);
+    feedEstimation (inputBlock, 1);
+
+    if (estimationMode != 2 && (secondsSinceFilterUpdate > 0.04 || snapshotStale))
+        requestDesign();
     secondsSinceFilterUpdate += samples / sampleRate;
 
-    const auto filtered = correctionFilter.process (input);
+    const auto filtered = correctionFilter.process (inputBlock);
+
+    // The gain moves over the block when it changed, so automating it does not click.
     const float gain = MathEx::fromDecibel (masterGain);
+    const float start = realtime.load() ? appliedGain : gain;
+    appliedGain = gain;
     for (int c = 0; c < channels; ++c)
     {
-        ippsCopy_32f (filtered.getChannel (c), outputBlock.getChannel (c), samples);
-        ippsMulC_32f_I (gain, outputBlock.getChannel (c), samples);
+        float* out = outputBlock.getChannel (c);
+        if (c >= numChannels)
+        {
+            ippsZero_32f (out, samples);
+            continue;
+        }
+        ippsCopy_32f (filtered.getChannel (c), out, samples);
+        if (start == gain)
+        {
+            ippsMulC_32f_I (gain, out, samples);
+            continue;
+        }
+        const float step = (gain - start) / static_cast<float> (samples);
+        for (int n = 0; n < samples; ++n)
+            out[n] *= start + step * static_cast<float> (n + 1);
     }
 
     if (analyzersEnabled)
-        updateAnalyzers (input, outputBlock);
+        updateAnalyzers (inputBlock, outputBlock);
     return outputBlock;
 }
 
@@ -57,20 +109,26 @@ void Deconvolution::feedEstimation (const Signal32& input, int hopMultiple)
     const int frameLength = 2 * (length + 1);
     const int hop = (length + 1) * std::clamp (hopMultiple, 1, 2);
 
-    // Frames must all have one channel count; a host that changes it starts a new queue.
-    if (inputQueue.getAvailable() > 0 && inputQueue.getChannels() != input.getNumChannels())
-        inputQueue.clear();
-    inputQueue.pushCopy (input);
-    while (inputQueue.getAvailable() > frameLength)
+    // The queue's ring holds a frame and a piece of this size; the frames taken are the same
+    // whatever the pieces.
+    const int total = input.getNumSamples();
+    for (int done = 0; done < total || (total == 0 && done == 0);)
     {
-        // Holding (mode 2) learns nothing from a frame, so it is not even copied out.
-        if (estimationMode != 2)
+        const int piece = std::min (queueChunk, total - done);
+        if (piece > 0)
+            inputQueue.push (input, done, piece);
+        done += std::max (piece, 1);
+        while (inputQueue.getAvailable() > frameLength)
         {
-            estimationFrame.ensureDimensions (inputQueue.getChannels(), frameLength);
-            inputQueue.peek (estimationFrame);
-            updateEstimate (estimationFrame);
+            // Holding (mode 2) learns nothing from a frame, so it is not even copied out.
+            if (estimationMode != 2)
+            {
+                estimationFrame.ensureDimensions (inputQueue.getChannels(), frameLength);
+                inputQueue.peek (estimationFrame);
+                updateEstimate (estimationFrame);
+            }
+            inputQueue.skip (hop);
         }
-        inputQueue.skip (hop);
     }
 }
 
@@ -78,8 +136,12 @@ void Deconvolution::learn (const Signal32& input, int hopMultiple)
 {
     const ScopedFlushDenormals flushDenormals;
     const juce::ScopedLock lock (engineLock);
-    if (sampleRate > 0.0)
-        feedEstimation (input, hopMultiple);
+    if (sampleRate <= 0.0 || numChannels <= 0)
+        return;
+    inputBlock.ensureDimensions (numChannels, input.getNumSamples());
+    copyFinite (input, inputBlock);
+    feedEstimation (inputBlock, hopMultiple);
+    publishSourceSnapshot();
 }
 
 bool Deconvolution::updateEstimate (const Signal32& frame)
@@ -87,6 +149,8 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     const juce::ScopedLock lock (engineLock);
     if (estimationMode == 2)
         return false;
+    if (restartEstimate.exchange (false))
+        estimateFrameCount = 0;
 
     // Frames holding NaN or infinity are gated like silence, so they never poison the estimate.
     const float level = frame.getRmsLevel();
@@ -97,8 +161,15 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     const int samples = frame.getNumSamples();
     if (estimationWindow.getNumSamples() != samples
         || estimationWindow.getNumChannels() != channels)
-        estimationWindow =
-            WindowFunctions::generateHammingWindow (samples).createMultichannelSignal (channels);
+    {
+        // Made in place: the storage was sized for the longest frame.
+        estimationWindow.ensureDimensions (channels, samples);
+        for (int c = 0; c < channels; ++c)
+        {
+            ippsSet_32f (1.0f, estimationWindow.getChannel (c), samples);
+            ippsWinHamming_32f_I (estimationWindow.getChannel (c), samples);
+        }
+    }
 
     const int order = estimationLength() + 1;
     estimationFrame.ensureDimensions (channels, samples);
@@ -123,24 +194,25 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     }
     ippsDivC_32f_I (static_cast<float> (channels), sum, order);
 
-    if (!sourceEstimate.hasStorage() || sourceEstimate.getNumSamples() == 0)
+    const int learnt = sourceEstimate.hasStorage() ? sourceEstimate.getNumSamples() : 0;
+    if (learnt == 0)
     {
-        sourceEstimate = frameCoefficients.copy();
+        sourceEstimate.ensureDimensions (1, order);
+        ippsCopy_32f (sum, sourceEstimate.getChannel (0), order);
         estimateFrameCount = 1;
     }
-    else if (sourceEstimate.getNumSamples() != order)
+    else if (learnt != order)
     {
         // The filter length changed while learning: carry the estimate over, cut or zero-extended.
-        Signal32 resized (1, order, 0.0f);
-        ippsCopy_32f (sourceEstimate.getChannel (0), resized.getChannel (0),
-                      std::min (order, sourceEstimate.getNumSamples()));
-        sourceEstimate = resized;
+        sourceEstimate.ensureDimensions (1, order);
+        if (order > learnt)
+            ippsZero_32f (sourceEstimate.getChannel (0) + learnt, order - learnt);
     }
 
     if (estimationMode == 1)
     {
         // The seeded first frame is averaged with itself: it weighs twice, as it always has.
-        const auto n = static_cast<float> (estimateFrameCount);
+        const auto n = static_cast<float> (estimateFrameCount.load());
         const float divisor = n + 1.0f;
         float* estimate = sourceEstimate.getChannel (0);
         for (int k = 0; k < order; ++k)
@@ -148,68 +220,64 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
         ++estimateFrameCount;
     }
     sourceSampleRate = sampleRate;
+    publishSourceSnapshot();
     return true;
+}
+
+void Deconvolution::analyse (FrameQueue& queue, Signal32& spectrum, bool& valid, float smoothing)
+{
+    const int bins = analyzerFrameSize / 2 + 1;
+    queue.peek (analyzerFrame);
+    ippsMul_32f_I (analyzerWindow.getChannel (0), analyzerFrame.getChannel (0), analyzerFrameSize);
+    analyzerTransform.forwardReal (analyzerFrame, analyzerBins);
+    float* magnitudes = analyzerMagnitudes.getChannel (0);
+    ippsMagnitude_32fc (analyzerBins.getChannel (0), magnitudes, bins);
+    float total = 0.0f;
+    ippsSum_32f (magnitudes, bins, &total);
+    if (!std::isfinite (total))
+        return; // a frame of overflowing input would freeze the display at NaN
+    float* smoothed = spectrum.getChannel (0);
+    if (!valid)
+    {
+        ippsCopy_32f (magnitudes, smoothed, bins);
+        valid = true;
+        return;
+    }
+    for (int k = 0; k < bins; ++k)
+        smoothed[k] += smoothing * (magnitudes[k] - smoothed[k]);
 }
 
 void Deconvolution::updateAnalyzers (const Signal32& input, const Signal32& processed)
 {
-    const int samples = input.getNumSamples();
-    analyzerSum.ensureDimensions (1, samples);
-    const auto pushSum = [&] (const Signal32& block, SignalQueue<Signal32>& queue)
-    {
-        ippsCopy_32f (block.getChannel (0), analyzerSum.getChannel (0), samples);
-        for (int c = 1; c < block.getNumChannels(); ++c)
-            ippsAdd_32f_I (block.getChannel (c), analyzerSum.getChannel (0), samples);
-        queue.pushCopy (analyzerSum);
-    };
-    if (input.getNumChannels() > 0)
-    {
-        pushSum (input, analyzerInputQueue);
-        pushSum (processed, analyzerOutputQueue);
-    }
-
-    if (analyzerWindow.getNumSamples() != analyzerFrameSize)
-    {
-        analyzerWindow = WindowFunctions::generateBlackman (analyzerFrameSize, 0.16f);
-        float total = 0.0f;
-        ippsSum_32f (analyzerWindow.getChannel (0), analyzerFrameSize, &total);
-        ippsMulC_32f_I (2.0f / total, analyzerWindow.getChannel (0), analyzerFrameSize);
-    }
     const float smoothing = 1.0f
                             - MathEx::fromDecibel (-static_cast<float> (analyzerHopSize) * 48.0f
                                                    / static_cast<float> (sampleRate.load()));
-
-    const int bins = analyzerFrameSize / 2 + 1;
-    analyzerFrame.ensureDimensions (1, analyzerFrameSize);
-    analyzerBins.ensureDimensions (1, bins);
-    analyzerMagnitudes.ensureDimensions (1, bins);
-    const auto analyse = [&] (SignalQueue<Signal32>& queue, Signal32& spectrum)
+    const int total = input.getNumSamples();
+    for (int done = 0; done < total || (total == 0 && done == 0);)
     {
-        queue.peek (analyzerFrame);
-        ippsMul_32f_I (analyzerWindow.getChannel (0), analyzerFrame.getChannel (0),
-                       analyzerFrameSize);
-        analyzerTransform.forwardReal (analyzerFrame, analyzerBins);
-        float* magnitudes = analyzerMagnitudes.getChannel (0);
-        ippsMagnitude_32fc (analyzerBins.getChannel (0), magnitudes, bins);
-        float total = 0.0f;
-        ippsSum_32f (magnitudes, bins, &total);
-        if (!std::isfinite (total))
-            return; // a frame of non-finite input would freeze the display at NaN
-        if (!spectrum.hasStorage() || spectrum.getNumSamples() != bins)
+        const int piece = std::min (queueChunk, total - done);
+        if (piece > 0 && input.getNumChannels() > 0)
         {
-            spectrum = analyzerMagnitudes.copy();
-            return;
+            const auto pushSum = [&] (const Signal32& block, FrameQueue& queue)
+            {
+                analyzerSum.ensureDimensions (1, piece);
+                float* sum = analyzerSum.getChannel (0);
+                ippsCopy_32f (block.getChannel (0) + done, sum, piece);
+                for (int c = 1; c < block.getNumChannels(); ++c)
+                    ippsAdd_32f_I (block.getChannel (c) + done, sum, piece);
+                queue.push (analyzerSum);
+            };
+            pushSum (input, analyzerInputQueue);
+            pushSum (processed, analyzerOutputQueue);
         }
-        float* smoothed = spectrum.getChannel (0);
-        for (int k = 0; k < bins; ++k)
-            smoothed[k] += smoothing * (magnitudes[k] - smoothed[k]);
-    };
-    while (analyzerInputQueue.getAvailable() > analyzerFrameSize)
-    {
-        analyse (analyzerInputQueue, inputSpectrum);
-        analyse (analyzerOutputQueue, outputSpectrum);
-        analyzerInputQueue.skip (analyzerHopSize);
-        analyzerOutputQueue.skip (analyzerHopSize);
+        done += std::max (piece, 1);
+        while (analyzerInputQueue.getAvailable() > analyzerFrameSize)
+        {
+            analyse (analyzerInputQueue, inputSpectrum, inputSpectrumValid, smoothing);
+            analyse (analyzerOutputQueue, outputSpectrum, outputSpectrumValid, smoothing);
+            analyzerInputQueue.skip (analyzerHopSize);
+            analyzerOutputQueue.skip (analyzerHopSize);
+        }
     }
 }
 } // namespace vesk::audio

@@ -245,15 +245,36 @@ TEST (DeconvolutionProcessing, MasterGainAndRecoveryFromNonFiniteInput)
         engine.process (scaled (whiteNoise (2, 4800, static_cast<std::uint32_t> (20 + i)), 0.5f));
     const auto learnt = estimateOf (engine);
 
+    // Non-finite samples enter as silence: a twin engine fed zeros in their place gives the same
+    // output, sample for sample.
+    Deconvolution twin;
+    format (twin, 2);
+    twin.setParameterValue (0, 2.0f, false);
+    engine.setParameterValue (0, 2.0f, false);
+    twin.setSourceFilter (learnt, 48000.0);
+    engine.setSourceFilter (learnt, 48000.0);
+    engine.reset();
     auto poisoned = scaled (whiteNoise (2, 4800, 40), 0.5f);
+    auto zeroed = poisoned.copy();
     for (int n = 0; n < 4800; n += 7)
+    {
         poisoned[n % 2][n] = n % 3 ? std::nanf ("") : INFINITY;
+        zeroed[n % 2][n] = 0.0f;
+    }
+    for (int i = 0; i < 3; ++i)
+    {
+        const auto a = engine.process (poisoned).copy();
+        const auto b = twin.process (zeroed);
+        for (int c = 0; c < 2; ++c)
+            for (int n = 0; n < 4800; ++n)
+                ASSERT_EQ (a[c][n], b[c][n]) << c << " " << n;
+    }
+    engine.setParameterValue (0, 1.0f, false);
     for (int i = 0; i < 5; ++i)
         engine.process (poisoned);
     const auto after = estimateOf (engine);
     for (int k = 0; k < after.getNumSamples(); ++k)
-        ASSERT_TRUE (std::isfinite (after[0][k])) << "non-finite frames never enter the estimate";
-    EXPECT_EQ (after[0][3], learnt[0][3]);
+        ASSERT_TRUE (std::isfinite (after[0][k])) << "non-finite samples never enter the estimate";
 
     Signal32 curve = engine.getFilterCurve();
     for (int k = 0; k < curve.getNumSamples(); ++k)
