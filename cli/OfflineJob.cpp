@@ -145,31 +145,35 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& err
         return false;
     }
     if (settings.targetModel)
-        engine.setParameterValue (Deconvolution::targetModelIndex,
-                                  static_cast<float> (*settings.targetModel), false);
+        processor.setCheckedParameterValue (Deconvolution::targetModelIndex,
+                                            static_cast<float> (*settings.targetModel), false);
     if (settings.threshold)
-        engine.setParameterValue (Deconvolution::estimationThresholdIndex, *settings.threshold,
-                                  false);
+        processor.setCheckedParameterValue (Deconvolution::estimationThresholdIndex,
+                                            *settings.threshold, false);
     if (settings.filterLength)
-        engine.setParameterValue (Deconvolution::filterLengthIndex, *settings.filterLength, false);
+        processor.setCheckedParameterValue (Deconvolution::filterLengthIndex,
+                                            *settings.filterLength, false);
     if (settings.masterGain)
-        engine.setParameterValue (Deconvolution::masterGainIndex, *settings.masterGain, false);
+        processor.setCheckedParameterValue (Deconvolution::masterGainIndex, *settings.masterGain,
+                                            false);
     if (!settings.emphasis.empty())
     {
-        engine.setParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f, false);
+        processor.setCheckedParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f, false);
         auto points = settings.emphasis;
         std::sort (points.begin(), points.end());
         for (int i = 0; i < Deconvolution::numEmphasisPoints; ++i)
         {
             const bool used = i < static_cast<int> (points.size());
-            engine.setParameterValue (Deconvolution::emphasisPointEnabledIndex + i,
-                                      used ? 1.0f : 0.0f, false);
+            processor.setCheckedParameterValue (Deconvolution::emphasisPointEnabledIndex + i,
+                                                used ? 1.0f : 0.0f, false);
             if (used)
             {
-                engine.setParameterValue (Deconvolution::emphasisPointFrequencyIndex + i,
-                                          points[static_cast<std::size_t> (i)].first, false);
-                engine.setParameterValue (Deconvolution::emphasisPointLevelIndex + i,
-                                          points[static_cast<std::size_t> (i)].second, false);
+                processor.setCheckedParameterValue (Deconvolution::emphasisPointFrequencyIndex + i,
+                                                    points[static_cast<std::size_t> (i)].first,
+                                                    false);
+                processor.setCheckedParameterValue (Deconvolution::emphasisPointLevelIndex + i,
+                                                    points[static_cast<std::size_t> (i)].second,
+                                                    false);
             }
         }
     }
@@ -191,8 +195,8 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& err
     }
     if (target.hasStorage())
     {
-        engine.setParameterValue (Deconvolution::targetModelIndex,
-                                  static_cast<float> (Deconvolution::custom), false);
+        processor.setCheckedParameterValue (Deconvolution::targetModelIndex,
+                                            static_cast<float> (Deconvolution::custom), false);
         engine.setTargetFilter (target, targetRate);
     }
     return true;
@@ -204,14 +208,18 @@ bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& setting
     auto reader = openReader (file, error);
     if (reader == nullptr)
         return false;
-    Deconvolution engine;
+    // A processor of its own, so that the options pass the same checks as everywhere else.
+    KelfinerAudioProcessor processor;
+    processor.setNonRealtime (true);
+    auto& engine = processor.getEngine();
     const auto channels = static_cast<int> (reader->numChannels);
     engine.setFormat ({channels, reader->sampleRate}, {channels, reader->sampleRate});
     if (settings.threshold)
-        engine.setParameterValue (Deconvolution::estimationThresholdIndex, *settings.threshold,
-                                  false);
+        processor.setCheckedParameterValue (Deconvolution::estimationThresholdIndex,
+                                            *settings.threshold, false);
     if (settings.filterLength)
-        engine.setParameterValue (Deconvolution::filterLengthIndex, *settings.filterLength, false);
+        processor.setCheckedParameterValue (Deconvolution::filterLengthIndex,
+                                            *settings.filterLength, false);
     juce::AudioBuffer<float> buffer (channels, blockSize);
     for (juce::int64 done = 0; done < reader->lengthInSamples; done += blockSize)
     {
@@ -255,6 +263,7 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
     const double rate = reader->sampleRate;
     const auto length = reader->lengthInSamples;
     KelfinerAudioProcessor processor;
+    processor.setNonRealtime (true); // files are processed inline, the same on every run
     const auto layout = juce::AudioChannelSet::canonicalChannelSet (channels);
     if (!processor.setBusesLayout ({{layout}, {layout}}))
     {
@@ -265,7 +274,7 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
         return result;
     auto& engine = processor.getEngine();
     // Nobody looks at the analysers here; they only change what is displayed, never the audio.
-    engine.setParameterValue (Deconvolution::enableAnalyzersIndex, 0.0f, false);
+    processor.setCheckedParameterValue (Deconvolution::enableAnalyzersIndex, 0.0f, false);
     processor.prepareToPlay (rate, blockSize);
 
     juce::AudioBuffer<float> buffer (channels, blockSize);
@@ -282,8 +291,8 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
                       / static_cast<double> (std::max<juce::int64> (length, 1)) / passes);
         }
         result.learntFrames = engine.getEstimateFrameCount();
-        engine.setParameterValue (Deconvolution::estimationModeIndex, 2.0f,
-                                  false); // hold what was learnt
+        processor.setCheckedParameterValue (Deconvolution::estimationModeIndex, 2.0f,
+                                            false); // hold what was learnt
         processor.prepareToPlay (rate, blockSize);
     }
 

@@ -99,6 +99,21 @@ const juce::String BasePlugInProcessor::getParameterText (int index)
     return juce::String::formatted ("%.2f", static_cast<double> (value)) + " " + p->unit;
 }
 
+juce::String BasePlugInProcessor::getParameterLabel (int index) const
+{
+    return juce::isPositiveAndBelow (index, parameters.size()) ? parameters[index]->hostUnit
+                                                               : juce::String();
+}
+
+bool BasePlugInProcessor::setCheckedParameterValue (int internalId, float value, bool flag)
+{
+    auto* description = findPublicParameter (internalId);
+    if (description == nullptr)
+        return false; // an id of another version, or of no parameter at all
+    engine->setParameterValue (internalId, description->clampPlainValue (value), flag);
+    return true;
+}
+
 const juce::String BasePlugInProcessor::getInputChannelName (int channelIndex) const
 {
     return juce::String (channelIndex + 1);
@@ -117,7 +132,7 @@ void BasePlugInProcessor::resetParameter (int index, bool notifyHost)
     if (!juce::isPositiveAndBelow (index, parameters.size()))
         return;
     auto* p = parameters[index];
-    engine->setParameterValue (p->internalId, p->defaultValue, engineFlag());
+    engine->setParameterValue (p->internalId, p->clampPlainValue (p->defaultValue), engineFlag());
     if (notifyHost)
     {
         const int found = findPublicParameterIndex (p->internalId);
@@ -231,9 +246,16 @@ void BasePlugInProcessor::primeOutputQueue (int blockLength)
         outputQueue.push (Signal32 (getTotalNumOutputChannels(), blockLength, 0.0f));
 }
 
+void BasePlugInProcessor::setNonRealtime (bool isNonRealtime) noexcept
+{
+    juce::AudioProcessor::setNonRealtime (isNonRealtime);
+}
+
 void BasePlugInProcessor::prepareToPlay (double sampleRate, int samplesPerBlock)
 {
-    engine->expectedBlockSize = samplesPerBlock;
+    engine->setRealtime (!isNonRealtime());
+    engine->expectedBlockSize = juce::jmax (samplesPerBlock, 1);
+    preparedBlockSize = juce::jmax (samplesPerBlock, 1);
     const auto input = makeFormat (true, sampleRate);
     const auto output = makeFormat (false, sampleRate);
     if (!sameFormat (input, engine->getInputFormat())
@@ -271,11 +293,20 @@ void BasePlugInProcessor::processBlock (juce::AudioBuffer<float>& buffer, juce::
         primeOutputQueue (lastBlockLength);
     }
 
+    // A host block longer than announced goes through in announced pieces: the engine's
+    // buffers were made for that size, and the audio thread does not allocate more.
+    for (int start = 0; start < samples; start += preparedBlockSize)
+        processPiece (buffer, start, juce::jmin (preparedBlockSize, samples - start));
+}
+
+void BasePlugInProcessor::processPiece (juce::AudioBuffer<float>& buffer, int start, int samples)
+{
     const int inputs = juce::jmin (getTotalNumInputChannels(), buffer.getNumChannels());
     const int outputs = juce::jmin (getTotalNumOutputChannels(), buffer.getNumChannels());
     inputBlock.ensureDimensions (inputs, samples);
     for (int c = 0; c < inputs; ++c)
-        vesk::audio::ippsCopy_32f (buffer.getReadPointer (c), inputBlock.getChannel (c), samples);
+        vesk::audio::ippsCopy_32f (buffer.getReadPointer (c, start), inputBlock.getChannel (c),
+                                   samples);
 
     Signal32 result = engine->process (inputBlock);
     if (lastBlockLength >= 1)
@@ -299,9 +330,9 @@ void BasePlugInProcessor::processBlock (juce::AudioBuffer<float>& buffer, juce::
     for (int c = 0; c < outputs; ++c)
     {
         if (c < result.getNumChannels() && result.getNumSamples() >= samples)
-            buffer.copyFrom (c, 0, result.getChannel (c), samples);
+            buffer.copyFrom (c, start, result.getChannel (c), samples);
         else
-            buffer.clear (c, 0, samples);
+            buffer.clear (c, start, samples);
     }
 }
 
@@ -342,15 +373,8 @@ bool BasePlugInProcessor::setParameterSettings (juce::InputStream& in)
         {
             const int id = in.readInt();
             const float value = in.readFloat();
-            try
-            {
-                engine->setParameterValue (id, value, false);
-            }
-            catch (std::out_of_range const&)
-            {
-                // A block from a later version may carry ids this engine does not know: skip them
-                // rather than let the host see an exception.
-            }
+            // A block from a later version may carry ids this engine does not know: skipped.
+            setCheckedParameterValue (id, value, false);
         }
     }
     engine->effectuateParameterChanges();
@@ -496,14 +520,8 @@ bool BasePlugInProcessor::importFromPresetFile (const juce::File& file)
         if (id < 0 || excludedParameterIds.contains (id))
             continue;
         const auto value = static_cast<float> (parameter->getDoubleAttribute ("value", 0.0));
-        try
-        {
-            engine->setParameterValue (id, value, false);
-        }
-        catch (std::out_of_range const&)
-        {
+        if (!setCheckedParameterValue (id, value, false))
             continue; // an id this engine does not know (a preset of a later version)
-        }
         if (const int index = findPublicParameterIndex (id); index >= 0)
             sendParamChangeMessageToListeners (index,
                                                parameters[index]->getNormalizedParameterValue());

@@ -15,7 +15,10 @@
 class BasePlugInProcessor : public juce::AudioProcessor
 {
 public:
-    /** Told when public parameters change; -1 means any may have changed. Message thread. */
+    /** Told when public parameters change; -1 means any may have changed. Called on the thread
+        that made the change: the message thread for the editor, state loads and presets, but
+        the audio thread when a host delivers automation there. An implementation does no more
+        than set a flag that its own timer reads. */
     class Listener
     {
     public:
@@ -43,12 +46,18 @@ public:
     /** The name doubles as the stable identifier that LV2 and VST3 hosts store automation under. */
     juce::String getParameterID (int index) override;
     const juce::String getParameterText (int index) override;
+    /** The unit hosts show beside the value. */
+    juce::String getParameterLabel (int index) const override;
     const juce::String getInputChannelName (int channelIndex) const override;
     const juce::String getOutputChannelName (int channelIndex) const override;
     bool isInputChannelStereoPair (int index) const override;
     bool isOutputChannelStereoPair (int index) const override;
     JUCE_END_IGNORE_WARNINGS_GCC_LIKE
 
+    /** Sets an engine parameter through its public description's check (clamped to its range,
+        NaN to its default): the entrance for states, presets, the editor and the tool. False,
+        and nothing set, for an id no public parameter carries. Any thread. */
+    bool setCheckedParameterValue (int internalId, float value, bool flag = false);
     /** Puts one parameter back to its default; optionally tells the host. Message thread. */
     virtual void resetParameter (int index, bool notifyHost);
     void notifyInternalParameterChange (int internalId);
@@ -59,9 +68,12 @@ public:
     void addListener (Listener* listener);
     void removeListener (Listener* listener);
 
-    // Audio streaming. Audio thread.
+    // Audio streaming. Audio thread (prepareToPlay: not while audio runs).
     void prepareToPlay (double sampleRate, int samplesPerBlock) override;
     void releaseResources() override {}
+    /** Offline renders let the engine work inline; applied at the next prepareToPlay. */
+    void setNonRealtime (bool isNonRealtime) noexcept override;
+    bool silenceInProducesSilenceOut() const override { return true; }
     void processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer& midi) override;
     bool isBusesLayoutSupported (const BusesLayout& layouts) const override;
     bool acceptsMidi() const override { return false; }
@@ -130,6 +142,7 @@ private:
     void notifyListeners (int publicIndex);
     vesk::audio::AudioFormat makeFormat (bool isInput, double sampleRate) const;
     void primeOutputQueue (int blockLength);
+    void processPiece (juce::AudioBuffer<float>& buffer, int start, int samples);
     juce::MemoryBlock currentSettings();
     bool loadSettings (const juce::MemoryBlock& block);
 
@@ -143,6 +156,7 @@ private:
     vesk::audio::ProcessingInfo processingInfo;
     int lastBlockLength = 0;
     int lastLatency = 0;
+    int preparedBlockSize = 4096; // until prepareToPlay says otherwise
     vesk::audio::SignalQueue<vesk::audio::Signal32> outputQueue;
     vesk::audio::Signal32 inputBlock;
     vesk::audio::Signal32 silence;

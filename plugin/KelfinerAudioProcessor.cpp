@@ -9,29 +9,34 @@ KelfinerAudioProcessor::KelfinerAudioProcessor()
     : BasePlugInProcessor (new Deconvolution(), bundle, displayName, code, version),
       deconvolution (static_cast<Deconvolution*> (getProcessor()))
 {
+    // The public parameter table: name, engine id, unit of the value text, unit shown by hosts,
+    // display step and mapping. Ranges and defaults are the engine's; every value that enters
+    // is checked against them by its description.
     auto* engineToDescribe = getProcessor();
     using Mode = ParameterDescription::ParameterMappingMode;
-    const auto add = [&] (int id, const char* name, const char* unit, float step, Mode mode)
-    { addParameter (new ParameterDescription (engineToDescribe, id, name, unit, step, mode)); };
-    add (0, "EstimationMode", "", 1.0f, ParameterDescription::linear);
-    add (1, "EstimationThreshold", "dB", 0.1f, ParameterDescription::linear);
-    add (2, "FilterLength", "ms", 0.1f, ParameterDescription::linear);
-    add (3, "TargetModel", "", 1.0f, ParameterDescription::linear);
-    add (4, "MasterGain", "dB", 0.1f, ParameterDescription::linear);
-    add (5, "EnableAnalyzers", "", 1.0f, ParameterDescription::linear);
-    add (6, "EnableEmphasisCurve", "", 1.0f, ParameterDescription::linear);
+    const auto add = [&] (int id, const juce::String& name, const char* unit, const char* hostUnit,
+                          float step, Mode mode)
+    {
+        auto* description = new ParameterDescription (engineToDescribe, id, name, unit, step, mode);
+        description->hostUnit = hostUnit;
+        addParameter (description);
+    };
+    add (0, "EstimationMode", "", "", 1.0f, ParameterDescription::linear);
+    add (1, "EstimationThreshold", "dB", "dB", 0.1f, ParameterDescription::linear);
+    add (2, "FilterLength", "ms", "ms", 0.1f, ParameterDescription::linear);
+    add (3, "TargetModel", "", "", 1.0f, ParameterDescription::linear);
+    add (4, "MasterGain", "dB", "dB", 0.1f, ParameterDescription::linear);
+    add (5, "EnableAnalyzers", "", "", 1.0f, ParameterDescription::linear);
+    add (6, "EnableEmphasisCurve", "", "", 1.0f, ParameterDescription::linear);
     for (int i = 0; i < Deconvolution::numEmphasisPoints; ++i)
     {
         const juce::String point = "CurvePoint" + juce::String (i + 1);
-        addParameter (new ParameterDescription (
-            engineToDescribe, Deconvolution::emphasisPointEnabledIndex + i, point + "Enabled", "",
-            1.0f, ParameterDescription::linear));
-        addParameter (new ParameterDescription (
-            engineToDescribe, Deconvolution::emphasisPointFrequencyIndex + i, point + "Frequency",
-            "", 0.1f, ParameterDescription::logarithmic));
-        addParameter (
-            new ParameterDescription (engineToDescribe, Deconvolution::emphasisPointLevelIndex + i,
-                                      point + "Level", "", 0.1f, ParameterDescription::linear));
+        add (Deconvolution::emphasisPointEnabledIndex + i, point + "Enabled", "", "", 1.0f,
+             ParameterDescription::linear);
+        add (Deconvolution::emphasisPointFrequencyIndex + i, point + "Frequency", "", "Hz", 0.1f,
+             ParameterDescription::logarithmic);
+        add (Deconvolution::emphasisPointLevelIndex + i, point + "Level", "", "%", 0.1f,
+             ParameterDescription::linear);
     }
 }
 

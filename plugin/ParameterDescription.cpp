@@ -1,5 +1,6 @@
 #include "ParameterDescription.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -14,10 +15,26 @@ ParameterDescription::ParameterDescription (vesk::audio::BaseAudioProcessor* pro
     defaultNormalizedValue = getNormalizedParameterValue();
 }
 
+void ParameterDescription::getRange (float& minimum, float& maximum) const
+{
+    processor->getParameterRange (internalId, minimum, maximum);
+    if (!(maximum > minimum))
+        maximum = std::max (minimum + 1.0f, static_cast<float> (nominalSampleRate * 0.5));
+}
+
+float ParameterDescription::clampPlainValue (float value) const
+{
+    if (std::isnan (value))
+        return defaultValue;
+    float minimum = 0.0f, maximum = 0.0f;
+    getRange (minimum, maximum);
+    return std::clamp (value, minimum, maximum);
+}
+
 float ParameterDescription::getNormalizedParameterValue() const
 {
     float minimum = 0.0f, maximum = 0.0f;
-    processor->getParameterRange (internalId, minimum, maximum);
+    getRange (minimum, maximum);
     const float value = processor->getParameterValue (internalId);
     switch (mappingMode)
     {
@@ -34,8 +51,11 @@ float ParameterDescription::getNormalizedParameterValue() const
 
 void ParameterDescription::setNormalizedParameterValue (float normalized, bool flag)
 {
+    if (std::isnan (normalized))
+        normalized = defaultNormalizedValue;
+    normalized = std::clamp (normalized, 0.0f, 1.0f);
     float minimum = 0.0f, maximum = 0.0f;
-    processor->getParameterRange (internalId, minimum, maximum);
+    getRange (minimum, maximum);
     float value = 0.0f;
     switch (mappingMode)
     {
@@ -50,5 +70,5 @@ void ParameterDescription::setNormalizedParameterValue (float normalized, bool f
         }
         default: throw std::runtime_error ("Unknown mapping mode");
     }
-    processor->setParameterValue (internalId, value, flag);
+    processor->setParameterValue (internalId, clampPlainValue (value), flag);
 }

