@@ -162,7 +162,7 @@ public:
     /** The impulse response of the latest design (first channel). */
     Signal32 getImpulseResponse();
     /** How many designs have been installed in the convolution (audio side). */
-    std::uint64_t getInstalledDesignCount() const noexcept { return installedDesigns; }
+    std::uint64_t getInstalledDesigns() const noexcept { return installedDesigns; }
 
 private:
     class DesignThread;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <thread>
 
 using namespace vesk::audio;
 using vesk::test::decayingResponse;
@@ -318,4 +319,43 @@ TEST (FirFilterStream, WithoutAResponseTheOutputIsSilent)
     for (int c = 0; c < 2; ++c)
         for (int n = 0; n < 100; ++n)
             ASSERT_EQ (output[c][n], 0.0f);
+}
+
+// A response prepared on another thread and swapped in mid-stream: every later sample is the
+// direct convolution of the whole input with the new response, in both head modes; a response
+// made for another layout is refused.
+TEST (FirFilterSwap, PreparedResponseContinuesTheStreamExactly)
+{
+    const int samples = 6000, length = 2400;
+    const auto input = whiteNoise (2, samples, 31);
+    const auto first = decayingResponse (1, length, 32);
+    const auto second = decayingResponse (1, length, 33);
+    const auto reference = directConvolution (input[1], samples, second[0], length);
+    for (const int blockSize : {0, 256})
+    {
+        FirFilter filter;
+        filter.setImpulseResponse (first.createMultichannelSignal (2));
+        if (blockSize > 0)
+            filter.updateBlockSize (blockSize);
+        FirFilter::PreparedResponse prepared;
+        std::thread preparer ([&] { filter.prepareResponse (second, prepared); });
+        preparer.join();
+        ASSERT_TRUE (prepared.isPending());
+
+        const int swapAt = 2560 + 37;
+        std::vector<int> blocks{blockSize > 0 ? blockSize : 61};
+        auto before = streamThrough (filter, input.extractSection (0, swapAt), blocks);
+        ASSERT_TRUE (filter.swapResponse (prepared));
+        EXPECT_FALSE (prepared.isPending());
+        auto after =
+            streamThrough (filter, input.extractSection (swapAt, samples - swapAt), blocks);
+        for (int n = 0; n < samples - swapAt; ++n)
+            ASSERT_NEAR (after[1][n], reference[static_cast<std::size_t> (swapAt + n)], 2e-5)
+                << "block size " << blockSize << ", sample " << swapAt + n;
+
+        // The layout changes with the block size: a response prepared before is void.
+        filter.prepareResponse (first, prepared);
+        filter.updateBlockSize (blockSize > 0 ? 0 : 512);
+        EXPECT_FALSE (filter.swapResponse (prepared));
+    }
 }

@@ -406,7 +406,9 @@ TEST (KelfinerEnvironment, NamesVersionCodesAndSpeakers)
         << "falls back to English";
 }
 
-TEST (KelfinerStreaming, HoldingAllocatesNothingOnTheAudioThread)
+// Learning with its redesigns, at changing block sizes (one larger than announced), with host
+// automation delivered on the audio thread between blocks: nothing allocates there.
+TEST (KelfinerStreaming, LearningAndAutomationAllocateNothingOnTheAudioThread)
 {
     if (!vesk::test::AllocationGuard::isCounting())
         GTEST_SKIP() << "allocations are not counted under a sanitizer";
@@ -418,33 +420,91 @@ TEST (KelfinerStreaming, HoldingAllocatesNothingOnTheAudioThread)
     }
     KelfinerAudioProcessor processor;
     processor.prepareToPlay (48000.0, 512);
-    juce::AudioBuffer<float> block (2, 512);
+    juce::AudioBuffer<float> block (2, 1500);
     juce::MidiBuffer midi;
     const auto fill = [&] (int i)
     {
         for (int c = 0; c < 2; ++c)
-            for (int n = 0; n < 512; ++n)
+            for (int n = 0; n < 1500; ++n)
                 block.setSample (c, n,
                                  0.2f * std::sin (0.01f * static_cast<float> (i * 512 + n + c)));
     };
-    for (int i = 0; i < 200; ++i)
-    {
-        fill (i);
-        processor.processBlock (block, midi);
-    }
-    processor.setParameter (0, 2.0f / 3.0f);
+    fill (0);
+    processor.processBlock (block, midi);
     std::size_t allocations = 0;
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 600; ++i)
     {
         fill (i);
-        const int size = i % 3 == 0 ? 512 : (i % 3 == 1 ? 480 : 64);
+        const int size = i % 4 == 0 ? 512 : (i % 4 == 1 ? 480 : (i % 4 == 2 ? 64 : 1500));
         juce::AudioBuffer<float> view (block.getArrayOfWritePointers(), 2, size);
         const vesk::test::AllocationGuard guard;
+        processor.setParameter (4, static_cast<float> (i % 10) / 10.0f); // MasterGain
+        if (i % 25 == 0)
+            processor.setParameter (2, static_cast<float> (i % 3) / 3.0f); // FilterLength
+        if (i % 40 == 0)
+            processor.setParameter (9, static_cast<float> (i % 7) / 7.0f); // CurvePoint1Level
         processor.processBlock (view, midi);
-        if (i >= 100) // the first blocks may still grow buffers to the new block sizes
-            allocations += guard.count();
+        allocations += guard.count();
+        if (i % 50 == 0)
+            juce::Thread::sleep (5); // the design thread catches up
     }
     EXPECT_EQ (allocations, 0u);
+    EXPECT_GT (processor.getEngine().getInstalledDesigns(), 10u);
+}
+
+// Values from a host, a state block or a preset are clamped to the parameter's range; NaN falls
+// back to the default. The emphasis frequencies have a range before any sample rate exists.
+TEST (KelfinerParameters, EveryEntranceClampsToTheRange)
+{
+    KelfinerAudioProcessor processor;
+    auto& engine = processor.getEngine();
+    EXPECT_NEAR (processor.getParameterDefaultValue (8),
+                 std::log10 (1000.0 / 20.0) / std::log10 (24000.0 / 20.0), 1e-5)
+        << "CurvePoint1Frequency: 1000 Hz at a nominal 48 kHz";
+    EXPECT_EQ (processor.getParameterLabel (8), "Hz");
+    EXPECT_EQ (processor.getParameterLabel (9), "%");
+    EXPECT_EQ (processor.getParameterLabel (4), "dB");
+
+    processor.setParameter (4, 7.0f);
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::masterGainIndex), 24.0f);
+    processor.setParameter (4, std::nanf (""));
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::masterGainIndex), 0.0f);
+
+    EXPECT_TRUE (processor.setCheckedParameterValue (Deconvolution::masterGainIndex, 1.0e30f));
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::masterGainIndex), 24.0f);
+    EXPECT_TRUE (processor.setCheckedParameterValue (Deconvolution::filterLengthIndex, -5.0f));
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::filterLengthIndex), 1.0f);
+    EXPECT_TRUE (
+        processor.setCheckedParameterValue (Deconvolution::masterGainIndex, std::nanf ("")));
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::masterGainIndex), 0.0f);
+    EXPECT_FALSE (processor.setCheckedParameterValue (43, 1.0f)) << "no such parameter";
+
+    // A state block carrying absurd values.
+    juce::MemoryOutputStream block;
+    block.write ("KSEV", 4);
+    block.writeInt (static_cast<int> (KelfinerAudioProcessor::code));
+    block.writeInt (0x010000);
+    block.writeInt (3);
+    for (auto [id, value] : {std::pair<int, float>{4, 1.0e30f}, {2, -5.0f}, {19, 1.0e9f}})
+    {
+        block.writeInt (id);
+        block.writeFloat (value);
+    }
+    processor.setStateInformation (block.getData(), static_cast<int> (block.getDataSize()));
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::masterGainIndex), 24.0f);
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::filterLengthIndex), 1.0f);
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::emphasisPointFrequencyIndex), 24000.0f);
+
+    // And a preset.
+    const auto file = juce::File::createTempFile (".xml");
+    file.replaceWithText ("<Preset><ParameterSettings>"
+                          "<Parameter id=\"4\" value=\"nan\"/>"
+                          "<Parameter id=\"1\" value=\"5\"/>"
+                          "</ParameterSettings></Preset>");
+    ASSERT_TRUE (processor.importFromPresetFile (file));
+    file.deleteFile();
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::masterGainIndex), 0.0f);
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::estimationThresholdIndex), -12.0f);
 }
 
 JUCE_END_IGNORE_WARNINGS_GCC_LIKE

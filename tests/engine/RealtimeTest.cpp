@@ -1,0 +1,180 @@
+#include "AllocationGuard.h"
+#include "Deconvolution.h"
+#include "TestSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+using namespace vesk::audio;
+using vesk::test::AllocationGuard;
+
+namespace
+{
+/** A stereo engine at 48 kHz, prepared as the plug-in prepares it for blocks of 64. */
+void prepare (Deconvolution& engine, bool realtime)
+{
+    engine.expectedBlockSize = 64;
+    ASSERT_TRUE (engine.setFormat (AudioFormat (2, 48000), AudioFormat (2, 48000)));
+    engine.setRealtime (realtime);
+    engine.reset();
+}
+
+/** Coloured noise, block by block, the same on every call with the same counter. */
+void fill (Signal32& block, int counter)
+{
+    std::uint32_t state = 977u * static_cast<std::uint32_t> (counter) + 1u;
+    for (int c = 0; c < block.getNumChannels(); ++c)
+    {
+        float previous = 0.0f;
+        for (int n = 0; n < block.getNumSamples(); ++n)
+        {
+            state = state * 1664525u + 1013904223u;
+            const float white = static_cast<float> (state >> 8) / 16777216.0f - 0.5f;
+            previous = 0.7f * previous + white; // low-pass: a colour worth correcting
+            block[c][n] = 0.3f * previous;
+        }
+    }
+}
+
+void skipUnlessCounting()
+{
+    if (!AllocationGuard::isCounting())
+        GTEST_SKIP() << "allocations are not counted under a sanitizer";
+}
+} // namespace
+
+// Learning (the default mode) with its redesigns, and automation of every kind arriving on the
+// audio thread between blocks, as hosts deliver it: nothing allocates there, and the designs
+// made on the design thread still arrive.
+TEST (DeconvolutionRealtime, LearningAndAudioThreadAutomationAllocateNothing)
+{
+    skipUnlessCounting();
+    Deconvolution engine;
+    prepare (engine, true);
+    Signal32 block (2, 64);
+    fill (block, 0);
+    engine.process (block); // the engine learns which thread is the audio thread
+    std::size_t allocations = 0;
+    for (int i = 0; i < 3000; ++i) // 4 s of audio
+    {
+        fill (block, i);
+        const AllocationGuard guard;
+        if (i % 7 == 0)
+            engine.setParameterValue (Deconvolution::masterGainIndex,
+                                      static_cast<float> (i % 13) - 6.0f, false);
+        if (i % 50 == 0)
+            engine.setParameterValue (Deconvolution::filterLengthIndex, i % 100 ? 12.5f : 10.0f,
+                                      false);
+        if (i % 90 == 0)
+            engine.setParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f, false);
+        if (i % 120 == 0)
+            engine.setParameterValue (Deconvolution::emphasisPointLevelIndex,
+                                      static_cast<float> (i % 100), false);
+        if (i % 400 == 0)
+            engine.setParameterValue (Deconvolution::targetModelIndex,
+                                      static_cast<float> ((i / 400) % 5), false);
+        engine.process (block);
+        allocations += guard.count();
+        if (i % 64 == 0)
+            std::this_thread::sleep_for (std::chrono::milliseconds (2)); // let designs finish
+    }
+    EXPECT_EQ (allocations, 0u);
+    EXPECT_GT (engine.getEstimateFrameCount(), 300u) << "it learnt";
+    EXPECT_GT (engine.getInstalledDesigns(), 20u) << "and the designs reached the convolution";
+    EXPECT_EQ (engine.getParameterValue (Deconvolution::targetModelIndex), 2.0f);
+}
+
+// Parameter changes, filter loads and display reads on another thread while audio runs in
+// real time: the audio thread allocates nothing, the output stays finite, and the last change
+// made on that thread is what the engine designs.
+TEST (DeconvolutionRealtime, ChangesFromAnotherThreadWhileAudioRuns)
+{
+    skipUnlessCounting();
+    Deconvolution engine;
+    prepare (engine, true);
+    std::atomic<bool> running{true};
+    std::atomic<std::size_t> allocations{0};
+    std::atomic<int> blocks{0};
+    std::atomic<bool> finite{true};
+    std::thread audio (
+        [&]
+        {
+            Signal32 block (2, 64);
+            for (int i = 0; running; ++i)
+            {
+                fill (block, i);
+                const AllocationGuard guard;
+                const auto out = engine.process (block);
+                allocations += guard.count();
+                finite = finite && std::isfinite (out[0][63]) && std::isfinite (out[1][0]);
+                ++blocks;
+                std::this_thread::sleep_for (std::chrono::microseconds (300));
+            }
+        });
+
+    Signal32 filter (1, 300, 0.0f);
+    filter[0][0] = 1.0f, filter[0][1] = -0.9f;
+    for (int i = 0; i < 200; ++i)
+    {
+        engine.setParameterValue (i % 43, i % 43 == 0 ? 1.0f : engine.getParameterValue (i % 43),
+                                  false);
+        if (i % 20 == 0)
+            engine.setTargetFilter (filter, 44100.0);
+        Signal32 in, out;
+        engine.getAnalyzerData (in, out);
+        std::this_thread::sleep_for (std::chrono::microseconds (500));
+    }
+    engine.setParameterValue (Deconvolution::estimationModeIndex, 2.0f, false);
+    engine.setParameterValue (Deconvolution::targetModelIndex, 1.0f, false);
+    const auto designed = engine.getImpulseResponse();
+    while (blocks < 400)
+        std::this_thread::yield();
+    running = false;
+    audio.join();
+    EXPECT_EQ (allocations.load(), 0u);
+    EXPECT_TRUE (finite.load());
+    EXPECT_EQ (engine.getFilterCurve().getNumSamples(), 4097);
+    EXPECT_EQ (engine.getImpulseResponse()[0][5], designed[0][5]);
+}
+
+// Only changes that alter the correction cost a design; the master gain, applied after the
+// convolution, and the analyser switch do not. Offline (the default), designs run inline and
+// every run gives the same bits.
+TEST (DeconvolutionRealtime, DesignsOnlyWhenTheCorrectionChangesAndOfflineIsDeterministic)
+{
+    Deconvolution engine, twin;
+    prepare (engine, false);
+    prepare (twin, false);
+    Signal32 block (2, 64);
+    const auto designs = [&]
+    {
+        fill (block, 0);
+        engine.process (block);
+        return engine.getInstalledDesigns();
+    };
+    engine.setParameterValue (Deconvolution::estimationModeIndex, 2.0f, false);
+    const auto before = designs();
+    engine.setParameterValue (Deconvolution::masterGainIndex, -12.0f, false);
+    engine.setParameterValue (Deconvolution::enableAnalyzersIndex, 0.0f, false);
+    EXPECT_EQ (designs(), before);
+    engine.setParameterValue (Deconvolution::filterLengthIndex, 5.0f, false);
+    EXPECT_EQ (designs(), before + 1);
+
+    Deconvolution a, b;
+    prepare (a, false);
+    prepare (b, false);
+    for (int i = 0; i < 1500; ++i)
+    {
+        fill (block, i);
+        const auto x = a.process (block).copy();
+        const auto y = b.process (block);
+        for (int c = 0; c < 2; ++c)
+            for (int n = 0; n < 64; ++n)
+                ASSERT_EQ (x[c][n], y[c][n]) << "block " << i;
+    }
+    EXPECT_GT (a.getInstalledDesigns(), 20u);
+}
