@@ -33,11 +33,15 @@ juce::String identifierFor (juce::AudioPluginFormat& format, juce::String const&
 {
     if (format.getName() != "LV2")
         return path;
-    // An LV2 plug-in is found by its URI within the folders searched.
+    // An LV2 plug-in is found by its URI within the folders searched; JUCE's LV2 host also
+    // lists what the system folders hold, so ours is picked by its URI.
     const auto found = format.searchPathsForPlugins (
         juce::FileSearchPath (juce::File (path).getParentDirectory().getFullPathName()), true,
         false);
-    return found.isEmpty() ? juce::String() : found[0];
+    for (auto const& uri : found)
+        if (uri == "https://vesk.digital/plugins/kelfiner")
+            return uri;
+    return {};
 }
 
 /** Streams a fixed test signal through a plug-in in the given block sizes. */
