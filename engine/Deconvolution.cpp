@@ -47,9 +47,10 @@ bool Deconvolution::setFormat (const AudioFormat& input, const AudioFormat& outp
     if (input.channelCount < 1 || !(input.sampleRate >= 1000.0 && input.sampleRate <= 1.0e6))
         return false;
 
-    // Not while audio runs, but a designer on another thread may be busy: both locks.
-    const juce::ScopedLock design (designLock);
+    // Not while audio runs, but a designer on another thread may be busy: both locks, in the
+    // order every path takes them (an inline design runs under the engine lock).
     const juce::ScopedLock lock (engineLock);
+    const juce::ScopedLock design (designLock);
     numChannels = input.channelCount;
     sampleRate = input.sampleRate;
     const double rate = input.sampleRate;
@@ -311,21 +312,17 @@ void Deconvolution::reset()
     }
     // A new layout voids responses prepared for the old one: design again for this one.
     // Work left for the design thread is done now, so playback restarts from a known filter.
+    // Locks in the order every path takes them: the engine's, then the designers'.
+    const juce::ScopedLock audio (engineLock);
     if (designPending.load())
     {
         designRequested();
-        const juce::ScopedLock audio (engineLock);
         installPendingResponse();
     }
     else if (layoutChanged && sampleRate > 0.0)
     {
-        const juce::ScopedLock lock (designLock);
-        {
-            const juce::ScopedLock audio (engineLock);
-            publishSourceSnapshot();
-        }
+        publishSourceSnapshot();
         updateFilter();
-        const juce::ScopedLock audio (engineLock);
         installPendingResponse();
     }
 }

@@ -26,7 +26,7 @@ namespace vesk::audio
       but nothing else holds that lock for longer than a copy: the analyser read-outs, the source
       filter's get and set, and the calls made while audio does not run (setFormat, reset).
     - A redesign (updateFilter and the routines it uses) holds designLock, which the audio thread
-      never takes. It runs on the thread that caused it: a parameter or filter change made on a
+      never takes in real-time mode. Where both locks are held, engineLock is taken first. It runs on the thread that caused it: a parameter or filter change made on a
       message or worker thread designs there and then. The finished response is transformed for
       the convolution on that thread as well and handed over through a lock-free exchange that
       process() looks at once per block.
