@@ -6,7 +6,10 @@ KelfinerAudioProcessorEditor::KelfinerAudioProcessorEditor (KelfinerAudioProcess
     : juce::AudioProcessorEditor (owner)
 {
     setSize (640, 360);
+    startTimer (500);
 }
+
+void KelfinerAudioProcessorEditor::timerCallback() { repaint(); }
 
 void KelfinerAudioProcessorEditor::paint (juce::Graphics& g)
 {
@@ -19,4 +22,13 @@ void KelfinerAudioProcessorEditor::paint (juce::Graphics& g)
     g.setColour (juce::Colour (0xff8a949e));
     g.drawText ("Vesk Digital", getLocalBounds().removeFromBottom (getHeight() / 2),
                 juce::Justification::centredTop);
+
+    // A format the engine refused: the audio passes through, and the user is told why.
+    const auto problem = static_cast<KelfinerAudioProcessor&> (processor).getFormatProblem();
+    if (problem.isNotEmpty())
+    {
+        g.setColour (juce::Colour (0xffe8a33d));
+        g.drawFittedText (problem, getLocalBounds().reduced (24).removeFromBottom (60),
+                          juce::Justification::centred, 3);
+    }
 }

@@ -6,6 +6,7 @@
 
 #include <juce_audio_processors/juce_audio_processors.h>
 
+#include <atomic>
 #include <list>
 #include <memory>
 
@@ -74,6 +75,9 @@ public:
     /** Offline renders let the engine work inline; applied at the next prepareToPlay. */
     void setNonRealtime (bool isNonRealtime) noexcept override;
     bool silenceInProducesSilenceOut() const override { return true; }
+    /** Why the audio passes through unprocessed (a format the engine refused), or empty.
+        Message thread. */
+    juce::String getFormatProblem() const;
     void processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer& midi) override;
     bool isBusesLayoutSupported (const BusesLayout& layouts) const override;
     bool acceptsMidi() const override { return false; }
@@ -133,7 +137,7 @@ public:
 
 protected:
     /** Appends a public parameter; the product does this in its constructor. */
-    void addParameter (ParameterDescription* description);
+    void addParameter (std::unique_ptr<ParameterDescription> description);
 
     juce::Array<int> excludedParameterIds;
 
@@ -147,7 +151,7 @@ private:
     bool loadSettings (const juce::MemoryBlock& block);
 
     std::unique_ptr<vesk::audio::BaseAudioProcessor> engine;
-    juce::Array<ParameterDescription*> parameters;
+    juce::OwnedArray<ParameterDescription> parameters; // deleted last first
     juce::Array<Listener*> listeners;
 
     juce::String bundleName, pluginName, versionText;
@@ -157,6 +161,7 @@ private:
     int lastBlockLength = 0;
     int lastLatency = 0;
     int preparedBlockSize = 4096; // until prepareToPlay says otherwise
+    std::atomic<bool> formatRefused{false};
     vesk::audio::SignalQueue<vesk::audio::Signal32> outputQueue;
     vesk::audio::Signal32 inputBlock;
     vesk::audio::Signal32 silence;

@@ -17,9 +17,10 @@ KelfinerAudioProcessor::KelfinerAudioProcessor()
     const auto add = [&] (int id, const juce::String& name, const char* unit, const char* hostUnit,
                           float step, Mode mode)
     {
-        auto* description = new ParameterDescription (engineToDescribe, id, name, unit, step, mode);
+        auto description =
+            std::make_unique<ParameterDescription> (engineToDescribe, id, name, unit, step, mode);
         description->hostUnit = hostUnit;
-        addParameter (description);
+        addParameter (std::move (description));
     };
     add (0, "EstimationMode", "", "", 1.0f, ParameterDescription::linear);
     add (1, "EstimationThreshold", "dB", "dB", 0.1f, ParameterDescription::linear);

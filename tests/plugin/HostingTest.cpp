@@ -118,7 +118,15 @@ TEST_P (LoadedBundle, ParametersAutomationAudioAndStateRoundTrip)
     const bool ownTexts =
         juce::String (GetParam().format) == "VST3"; // an LV2 host formats values itself
     if (ownTexts)
+    {
         EXPECT_TRUE (gain->getText (gain->getValue(), 100).startsWith ("0.00"));
+        EXPECT_EQ (gain->getLabel(), "dB") << "the unit reaches the host";
+        EXPECT_EQ (parameterNamed (*first, "CurvePoint3Frequency")->getLabel(), "Hz");
+        EXPECT_EQ (parameterNamed (*first, "CurvePoint3Level")->getLabel(), "%");
+    }
+    EXPECT_NEAR (parameterNamed (*first, "CurvePoint3Frequency")->getDefaultValue(),
+                 std::log10 (1000.0 / 20.0) / std::log10 (24000.0 / 20.0), 1e-4)
+        << "1000 Hz, not 0, before any sample rate";
 
     // Learn from a first stretch of audio at odd and tiny block sizes, then hold.
     first->prepareToPlay (48000.0, 512);
@@ -208,6 +216,26 @@ TEST (LoadedLV2Bundle, LearningAndAutomationAllocateNothingOnTheAudioThread)
             juce::Thread::sleep (5); // the design thread catches up
     }
     EXPECT_EQ (allocations, 0u) << "while learning, with automation";
+}
+
+// What an LV2 host reads before it loads anything: every factory preset, and a maker whose
+// e-mail is an address, not a path inside the bundle.
+TEST (LV2BundleFiles, ListPresetsAndTheMaker)
+{
+    const juce::File bundle (KELFINER_LV2_PATH);
+    const auto manifest = bundle.getChildFile ("manifest.ttl").loadFileAsString();
+    const auto presets =
+        bundle.getChildFile ("Presets").findChildFiles (juce::File::findFiles, false, "*.xml");
+    EXPECT_EQ (presets.size(), 5);
+    int listed = 0;
+    for (auto const& line : juce::StringArray::fromLines (manifest))
+        listed += line.trim() == "a pset:Preset ;" ? 1 : 0;
+    EXPECT_EQ (listed, presets.size() + 1) << "\"Reset\" and every factory preset";
+    for (auto const& preset : presets)
+        EXPECT_TRUE (manifest.contains ("\"" + preset.getFileNameWithoutExtension() + "\""));
+    const auto plugin = bundle.getChildFile ("dsp.ttl").loadFileAsString();
+    EXPECT_TRUE (plugin.contains ("foaf:mbox <mailto:"));
+    EXPECT_TRUE (plugin.contains ("doap:description \"Tonal-balance correction"));
 }
 
 INSTANTIATE_TEST_SUITE_P (Formats, LoadedBundle,

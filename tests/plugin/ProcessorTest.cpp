@@ -406,6 +406,54 @@ TEST (KelfinerEnvironment, NamesVersionCodesAndSpeakers)
         << "falls back to English";
 }
 
+// Any matching channel count works, beyond the named layouts with a position for every channel;
+// a format the engine refuses passes the audio through untouched and says why.
+TEST (KelfinerStreaming, AnyChannelCountAndRefusedFormatsPassThrough)
+{
+    KelfinerAudioProcessor processor;
+    EXPECT_TRUE (processor.silenceInProducesSilenceOut());
+    const auto twelve = juce::AudioChannelSet::discreteChannels (12);
+    ASSERT_TRUE (processor.setBusesLayout ({{twelve}, {twelve}}));
+    processor.prepareToPlay (48000.0, 256);
+    const auto& format = processor.getEngine().getInputFormat();
+    ASSERT_EQ (format.channelCount, 12);
+    for (int i = 0; i < 12; ++i)
+    {
+        EXPECT_NE (format.speakers[static_cast<std::size_t> (i)].type,
+                   vesk::audio::SpeakerPosition::unassigned);
+        for (int j = 0; j < i; ++j)
+            EXPECT_FALSE (format.speakers[static_cast<std::size_t> (i)]
+                          == format.speakers[static_cast<std::size_t> (j)]);
+    }
+    processor.setParameter (0, 2.0f / 3.0f); // hold: a flat correction
+    juce::AudioBuffer<float> buffer (12, 256);
+    juce::MidiBuffer midi;
+    for (int block = 0; block < 20; ++block)
+    {
+        for (int c = 0; c < 12; ++c)
+            for (int n = 0; n < 256; ++n)
+                buffer.setSample (c, n, 0.1f * std::sin (0.05f * static_cast<float> (n + c)));
+        processor.processBlock (buffer, midi);
+    }
+    for (int c = 0; c < 12; ++c)
+        EXPECT_GT (buffer.getRMSLevel (c, 0, 256), 0.03f) << "channel " << c;
+    EXPECT_TRUE (processor.getFormatProblem().isEmpty());
+
+    processor.prepareToPlay (500.0, 256); // no engine runs at 500 Hz
+    EXPECT_TRUE (processor.getFormatProblem().contains ("500 Hz")) << processor.getFormatProblem();
+    for (int c = 0; c < 12; ++c)
+        for (int n = 0; n < 256; ++n)
+            buffer.setSample (c, n, 0.25f * static_cast<float> ((n + c) % 7));
+    juce::AudioBuffer<float> original (buffer);
+    processor.processBlock (buffer, midi);
+    for (int c = 0; c < 12; ++c)
+        for (int n = 0; n < 256; ++n)
+            ASSERT_EQ (buffer.getSample (c, n), original.getSample (c, n));
+
+    processor.prepareToPlay (44100.0, 256);
+    EXPECT_TRUE (processor.getFormatProblem().isEmpty()) << "a rate it can run clears it";
+}
+
 // Learning with its redesigns, at changing block sizes (one larger than announced), with host
 // automation delivered on the audio thread between blocks: nothing allocates there.
 TEST (KelfinerStreaming, LearningAndAutomationAllocateNothingOnTheAudioThread)

@@ -1,0 +1,99 @@
+#include "BasePlugInProcessor.h"
+
+// Names, version code, properties file, resources, translations and help.
+
+const juce::String BasePlugInProcessor::getName() const
+{
+    return juce::String (makerName) + " " + pluginName;
+}
+
+unsigned int BasePlugInProcessor::versionCodeOf (const juce::String& version)
+{
+    const auto tokens = juce::StringArray::fromTokens (version, ".", "");
+    unsigned int code = 0;
+    for (int i = 0; i < 3; ++i)
+        code = (code << 8) + static_cast<unsigned int> (juce::jmax (0, tokens[i].getIntValue()));
+    return code;
+}
+
+unsigned int BasePlugInProcessor::getVersionCode() const { return versionCodeOf (versionText); }
+
+juce::PropertiesFile* BasePlugInProcessor::createPropertiesFile() const
+{
+    juce::PropertiesFile::Options options;
+    options.applicationName =
+        (bundleName + versionText.upToFirstOccurrenceOf (".", false, false)).removeCharacters (" ");
+    options.filenameSuffix = "prop";
+    options.folderName = makerName;
+    options.osxLibrarySubFolder = "Application Support";
+#if JUCE_MAC
+    options.commonToAllUsers = true;
+#else
+    options.commonToAllUsers = false; // Linux has no machine-wide folder that a user may write
+#endif
+    options.ignoreCaseOfKeyNames = false;
+
+    const auto beside = juce::File::getSpecialLocation (juce::File::currentExecutableFile)
+                            .getParentDirectory()
+                            .getChildFile (options.applicationName + ".prop");
+    if (beside.getParentDirectory().hasWriteAccess() && beside.existsAsFile())
+        return new juce::PropertiesFile (beside, options);
+    return new juce::PropertiesFile (options);
+}
+
+juce::File BasePlugInProcessor::getResourcesFolder() const
+{
+#if JUCE_MAC
+    return juce::File::getSpecialLocation (juce::File::currentApplicationFile)
+        .getChildFile ("Contents/Resources");
+#else
+    // VST3: Name.vst3/Contents/<arch>/Name.so; LV2: Name.lv2/Name.so; anything else (the
+    // stand-alone program, the tool) keeps a Resources folder beside its executable.
+    const auto executable = juce::File::getSpecialLocation (juce::File::currentExecutableFile);
+    const auto bundle = executable.getParentDirectory().getParentDirectory().getParentDirectory();
+    if (bundle.hasFileExtension ("vst3"))
+        return bundle.getChildFile ("Contents/Resources");
+    if (executable.getParentDirectory().hasFileExtension ("lv2"))
+        return executable.getParentDirectory();
+    return executable.getParentDirectory().getChildFile ("Resources");
+#endif
+}
+
+juce::File BasePlugInProcessor::getUserDataFolder() const
+{
+#if JUCE_MAC
+    const auto base = juce::File::getSpecialLocation (juce::File::userApplicationDataDirectory)
+                          .getChildFile ("Application Support");
+#else
+    const auto base = juce::File::getSpecialLocation (juce::File::userApplicationDataDirectory);
+#endif
+    return base.getChildFile (makerName).getChildFile (bundleName.removeCharacters (" "));
+}
+
+void BasePlugInProcessor::initializeLocalization()
+{
+    const auto language =
+        juce::SystemStats::getDisplayLanguage().upToFirstOccurrenceOf ("-", false, false);
+    const auto file = getResourcesFolder().getChildFile (bundleName.removeCharacters (" ") + "_"
+                                                         + language + ".loc");
+    if (file.existsAsFile())
+        juce::LocalisedStrings::setCurrentMappings (new juce::LocalisedStrings (file, false));
+}
+
+juce::String BasePlugInProcessor::getHelpFilePath (const juce::String& language) const
+{
+    const auto page = pluginName.toLowerCase().removeCharacters (" ") + ".html";
+    const auto resources = getResourcesFolder();
+    const auto bundle = bundleName.removeCharacters (" ");
+    const auto localised = resources.getChildFile (bundle + "_" + language).getChildFile (page);
+    if (localised.existsAsFile())
+        return localised.getFullPathName();
+    return resources.getChildFile (bundle + "_en").getChildFile (page).getFullPathName();
+}
+
+void BasePlugInProcessor::showHelp() const
+{
+    const auto language =
+        juce::SystemStats::getDisplayLanguage().upToFirstOccurrenceOf ("-", false, false);
+    juce::Process::openDocument (getHelpFilePath (language), {});
+}
