@@ -23,20 +23,22 @@ namespace vesk::audio
 
     Threads and locks:
     - The audio thread calls process(). It holds engineLock for the block, as the design has it,
-      but nothing else holds that lock for longer than a copy: the analyser read-outs, the source
-      filter's get and set, and the calls made while audio does not run (setFormat, reset).
+      but in real-time mode nothing else holds that lock for longer than a copy: the analyser
+      read-outs, the source filter's get and set, and the calls made while audio does not run
+      (setFormat, reset).
     - A redesign (updateFilter and the routines it uses) holds designLock, which the audio thread
-      never takes in real-time mode. Where both locks are held, engineLock is taken first. It runs on the thread that caused it: a parameter or filter change made on a
-      message or worker thread designs there and then. The finished response is transformed for
-      the convolution on that thread as well and handed over through a lock-free exchange that
-      process() looks at once per block.
+      never takes in real-time mode. It runs on the thread that caused it: a parameter or filter
+      change made on a message or worker thread designs there and then. The finished response
+      is transformed for the convolution on that thread as well and handed over through a
+      lock-free exchange that process() looks at once per block. Where both locks are held,
+      engineLock is taken first.
     - In real-time mode (setRealtime (true), what the plug-in uses while a host plays) process()
       never designs: when learning wants a new filter, or when a parameter change arrives on the
       audio thread (hosts deliver automation there), it only raises a flag, and a shared design
       thread does the work. The learnt estimate reaches that thread through a snapshot that the
       audio thread writes only when it gets the snapshot's spin lock at once.
-    - In offline mode (the default, and the command-line tool's) process() redesigns inline, so
-      a file gives the same result on every run.
+    - In offline mode (the default, and the command-line tool's) process() redesigns inline,
+      under both locks, so a file gives the same result on every run.
     - On the audio thread nothing allocates once setFormat and reset have prepared the buffers
       for the announced block size (expectedBlockSize) and the whole range of filter lengths. */
 class Deconvolution : public BaseAudioProcessor
