@@ -7,7 +7,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
-#include <map>
 #include <unistd.h>
 
 using vesk::audio::Deconvolution;
@@ -50,13 +49,10 @@ float number (juce::String const& text, juce::String const& option)
 
 int targetModelFromName (juce::String const& name)
 {
-    static const std::map<juce::String, int> names{{"automatic", 0},  {"music", 1},
-                                                   {"music-dark", 2}, {"music-less-harsh", 3},
-                                                   {"speech", 4},     {"custom", 5}};
-    auto found = names.find (name.toLowerCase());
-    if (found == names.end())
+    const auto* profile = vesk::audio::findTargetProfile (name.toLowerCase().toStdString());
+    if (profile == nullptr)
         throw UsageError{"unknown target \"" + name + "\""};
-    return found->second;
+    return profile->model;
 }
 
 struct Arguments

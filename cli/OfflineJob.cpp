@@ -291,7 +291,8 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
                       / static_cast<double> (std::max<juce::int64> (length, 1)) / passes);
         }
         result.learntFrames = engine.getEstimateFrameCount();
-        processor.setCheckedParameterValue (Deconvolution::estimationModeIndex, 2.0f,
+        processor.setCheckedParameterValue (Deconvolution::estimationModeIndex,
+                                            static_cast<float> (vesk::audio::holdMode),
                                             false); // hold what was learnt
         processor.prepareToPlay (rate, blockSize);
     }

@@ -284,7 +284,7 @@ void Deconvolution::reset()
     bool layoutChanged = false;
     {
         const juce::ScopedLock lock (engineLock);
-        if (estimationMode != 2)
+        if (estimationMode != holdMode)
             sourceEstimate.ensureDimensions (1, 0); // mode 2 holds what was learnt, on purpose
         publishSourceSnapshot();
         estimateFrameCount = 0;

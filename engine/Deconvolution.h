@@ -6,6 +6,7 @@
 #include "FrameQueue.h"
 #include "LinearPrediction.h"
 #include "MapScale.h"
+#include "Profiles.h"
 
 #include <juce_core/juce_core.h>
 
@@ -59,6 +60,7 @@ public:
         numParameters = 43
     };
 
+    /** The "TargetModel" values; names and the tool's keys are in targetProfiles. */
     enum TargetModel
     {
         automatic = 0,

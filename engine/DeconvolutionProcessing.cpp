@@ -69,7 +69,7 @@ Signal32 Deconvolution::process (const Signal32& input)
     copyFinite (input, inputBlock);
     feedEstimation (inputBlock, 1);
 
-    if (estimationMode != 2 && (secondsSinceFilterUpdate > 0.04 || snapshotStale))
+    if (estimationMode != holdMode && (secondsSinceFilterUpdate > 0.04 || snapshotStale))
         requestDesign();
     secondsSinceFilterUpdate += samples / sampleRate;
 
@@ -121,7 +121,7 @@ void Deconvolution::feedEstimation (const Signal32& input, int hopMultiple)
         while (inputQueue.getAvailable() > frameLength)
         {
             // Holding (mode 2) learns nothing from a frame, so it is not even copied out.
-            if (estimationMode != 2)
+            if (estimationMode != holdMode)
             {
                 estimationFrame.ensureDimensions (inputQueue.getChannels(), frameLength);
                 inputQueue.peek (estimationFrame);
@@ -147,7 +147,7 @@ void Deconvolution::learn (const Signal32& input, int hopMultiple)
 bool Deconvolution::updateEstimate (const Signal32& frame)
 {
     const juce::ScopedLock lock (engineLock);
-    if (estimationMode == 2)
+    if (estimationMode == holdMode)
         return false;
     if (restartEstimate.exchange (false))
         estimateFrameCount = 0;
@@ -209,7 +209,7 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
             ippsZero_32f (sourceEstimate.getChannel (0) + learnt, order - learnt);
     }
 
-    if (estimationMode == 1)
+    if (estimationMode == learnMode)
     {
         // The seeded first frame is averaged with itself: it weighs twice, as it always has.
         const auto n = static_cast<float> (estimateFrameCount.load());
