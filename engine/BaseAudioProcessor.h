@@ -20,6 +20,7 @@ struct ProcessingInfo
 class BaseAudioProcessor
 {
 public:
+    /** Not while audio runs. */
     virtual ~BaseAudioProcessor() = default;
 
     /** Stores both formats; returns true. Not while audio runs. */
@@ -28,9 +29,11 @@ public:
     virtual void getProcessingInfo (ProcessingInfo& info);
     /** No parameters here: throws std::out_of_range ("Parameter index"). Any thread. */
     virtual void getParameterRange (int index, float& minimum, float& maximum);
+    /** As getParameterRange. Any thread. */
     virtual float getParameterValue (int index);
+    /** As getParameterRange. Any thread. */
     virtual void setParameterValue (int index, float value, bool);
-    /** Nothing to do here. Message thread. */
+    /** Nothing to do here. Any thread but the audio thread. */
     virtual void effectuateParameterChanges();
     /** Nothing to do here. Not while audio runs. */
     virtual void reset();
@@ -42,7 +45,9 @@ public:
         runs. */
     virtual void setRealtime (bool) {}
 
+    /** Not while the format changes. */
     const AudioFormat& getInputFormat() const noexcept { return inputFormat; }
+    /** Not while the format changes. */
     const AudioFormat& getOutputFormat() const noexcept { return outputFormat; }
 
     /** The host's announced block size, written by the host layer before each (re)start. */

@@ -73,7 +73,9 @@ public:
 
     static constexpr int numEmphasisPoints = 12;
 
+    /** Any thread. */
     Deconvolution();
+    /** Not while audio runs. */
     ~Deconvolution() override;
 
     /** Builds the bin grid, weights, analyser sizes, every buffer the audio thread needs and a
@@ -102,6 +104,7 @@ public:
     /** Real time: process() hands redesigns to the design thread. Offline (the default): it
         redesigns inline, deterministically. Not while audio runs. */
     void setRealtime (bool shouldBeRealtime) override;
+    /** Any thread. */
     bool isRealtime() const noexcept { return realtime; }
     /** Blocks until no redesign is pending or running. Any thread but the audio thread. */
     void waitForPendingDesign();
@@ -153,16 +156,16 @@ public:
     void updateEmphasisLevels();
 
     // Read-outs for tools and tests; copies. Any thread but the audio thread.
-    std::uint64_t getEstimateFrameCount();
-    Signal32 getTargetMagnitudes();
-    Signal32 getEmphasisLevels();
-    Signal32 getBinWeights();
-    std::vector<float> getBinFrequencies();
-    double getSecondsSinceFilterUpdate();
-    int getQueuedSamples();
-    int getFftSize();
-    int getAnalyzerFrameSize();
-    int getAnalyzerHopSize();
+    std::uint64_t getEstimateFrameCount();  // any thread but the audio thread
+    Signal32 getTargetMagnitudes();         // any thread but the audio thread
+    Signal32 getEmphasisLevels();           // any thread but the audio thread
+    Signal32 getBinWeights();               // any thread but the audio thread
+    std::vector<float> getBinFrequencies(); // any thread but the audio thread
+    double getSecondsSinceFilterUpdate();   // any thread but the audio thread
+    int getQueuedSamples();                 // any thread but the audio thread
+    int getFftSize();                       // any thread but the audio thread
+    int getAnalyzerFrameSize();             // any thread but the audio thread
+    int getAnalyzerHopSize();               // any thread but the audio thread
     /** The impulse response of the latest design (first channel). */
     Signal32 getImpulseResponse();
     /** How many designs have been installed in the convolution (audio side). */

@@ -30,28 +30,41 @@ public:
     static constexpr std::uint64_t presetNameMarker = 0x8704AF4A0943473EULL;
     static constexpr const char* makerName = "Vesk Digital";
 
-    /** Takes ownership of the engine. */
+    /** Takes ownership of the engine. Message thread. */
     BasePlugInProcessor (vesk::audio::BaseAudioProcessor* engine, const juce::String& bundleName,
                          const juce::String& pluginName, unsigned int pluginCode,
                          const juce::String& version);
+    /** Message thread, after the editor is gone. */
     ~BasePlugInProcessor() override;
 
     // Public parameters (the index-based interface hosts reach through JUCE's legacy wrappers).
-    // Any thread; out-of-range indices give neutral results.
+    // Out-of-range indices give neutral results.
     JUCE_BEGIN_IGNORE_WARNINGS_GCC_LIKE ("-Wdeprecated-declarations")
+    /** Any thread. */
     int getNumParameters() override;
+    /** The engine's value, normalised. Any thread. */
     float getParameter (int index) override;
+    /** Checks, maps and sets; listeners are told on the calling thread. Any thread, the audio
+        thread included (it never allocates or redesigns there). */
     void setParameter (int index, float normalized) override;
+    /** Any thread. */
     float getParameterDefaultValue (int index) override;
+    /** Any thread. */
     const juce::String getParameterName (int index) override;
-    /** The name doubles as the stable identifier that LV2 and VST3 hosts store automation under. */
+    /** The name doubles as the stable identifier that LV2 and VST3 hosts store automation under.
+        Any thread. */
     juce::String getParameterID (int index) override;
+    /** Any thread. */
     const juce::String getParameterText (int index) override;
-    /** The unit hosts show beside the value. */
+    /** The unit hosts show beside the value. Any thread. */
     juce::String getParameterLabel (int index) const override;
+    /** Any thread. */
     const juce::String getInputChannelName (int channelIndex) const override;
+    /** Any thread. */
     const juce::String getOutputChannelName (int channelIndex) const override;
+    /** Any thread. */
     bool isInputChannelStereoPair (int index) const override;
+    /** Any thread. */
     bool isOutputChannelStereoPair (int index) const override;
     JUCE_END_IGNORE_WARNINGS_GCC_LIKE
 
@@ -61,78 +74,136 @@ public:
     bool setCheckedParameterValue (int internalId, float value, bool flag = false);
     /** Puts one parameter back to its default; optionally tells the host. Message thread. */
     virtual void resetParameter (int index, bool notifyHost);
+    /** Tells the host the engine's value changed (after the editor or a load set it). Message
+        thread. */
     void notifyInternalParameterChange (int internalId);
+    /** Any thread. */
     int findPublicParameterIndex (int internalId) const;
+    /** Any thread. */
     ParameterDescription* findPublicParameter (int internalId) const;
+    /** Any thread. */
     int getInternalParameterId (int index) const;
+    /** Any thread. */
     vesk::audio::BaseAudioProcessor* getProcessor() const noexcept { return engine.get(); }
+    /** Message thread. */
     void addListener (Listener* listener);
+    /** Message thread. */
     void removeListener (Listener* listener);
 
-    // Audio streaming. Audio thread (prepareToPlay: not while audio runs).
+    // Audio streaming.
+    /** Formats, resets and prepares the engine for the announced block size. Not while audio
+        runs. */
     void prepareToPlay (double sampleRate, int samplesPerBlock) override;
+    /** Keeps everything. Not while audio runs. */
     void releaseResources() override {}
-    /** Offline renders let the engine work inline; applied at the next prepareToPlay. */
+    /** Offline renders let the engine work inline; applied at the next prepareToPlay. Not while
+        audio runs. */
     void setNonRealtime (bool isNonRealtime) noexcept override;
+    /** Any thread. */
     bool silenceInProducesSilenceOut() const override { return true; }
     /** Why the audio passes through unprocessed (a format the engine refused), or empty.
         Message thread. */
     juce::String getFormatProblem() const;
+    /** Audio thread. */
     void processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer& midi) override;
+    /** Any matching input and output channel count. Not while audio runs. */
     bool isBusesLayoutSupported (const BusesLayout& layouts) const override;
+    /** Any thread. */
     bool acceptsMidi() const override { return false; }
+    /** Any thread. */
     bool producesMidi() const override { return false; }
+    /** Any thread. */
     bool isMidiEffect() const override { return false; }
+    /** Any thread. */
     double getTailLengthSeconds() const override { return 0.0; }
 
-    // The parameter-settings block, undo, redo and A/B. Message thread.
+    // The parameter-settings block, undo, redo and A/B. The host's state calls come on the
+    // message thread or a host worker thread; everything else on the message thread.
+    /** Message thread or a host worker thread. */
     void getParameterSettings (juce::OutputStream& out);
+    /** Message thread or a host worker thread. */
     bool setParameterSettings (juce::InputStream& in);
+    /** Message thread or a host worker thread. */
     virtual void getCurrentProgramStateInformation (juce::MemoryBlock& dest);
+    /** Message thread or a host worker thread. */
     virtual void setCurrentProgramStateInformation (const void* data, int size);
+    /** Message thread or a host worker thread. */
     void getStateInformation (juce::MemoryBlock& dest) override;
+    /** Message thread or a host worker thread. */
     void setStateInformation (const void* data, int size) override;
+    /** Message thread or a host worker thread. */
     void updateSetStateTime();
+    /** Message thread. */
     void addUndoState();
+    /** Message thread. */
     void undo();
+    /** Message thread. */
     void redo();
+    /** Message thread. */
     bool canUndo() const noexcept { return !undoList.empty(); }
+    /** Message thread. */
     bool canRedo() const noexcept { return !redoList.empty(); }
+    /** Message thread. */
     void copyToAlternate();
+    /** Message thread. */
     void switchToAlternateSettings();
+    /** Every parameter back to its default. Message thread. */
     virtual void clearSettings();
 
     // Preset files and the preset list. Message thread.
+    /** Message thread. */
     bool exportToPresetFile (const juce::File& file);
+    /** Message thread. */
     bool importFromPresetFile (const juce::File& file);
+    /** Message thread. */
     virtual bool fillCustomDataXmlElement (juce::XmlElement* customData);
+    /** Message thread. */
     virtual void parseCustomDataXmlElement (juce::XmlElement* customData);
-    /** Rebuilds the preset tree from the factory and user folders. */
+    /** Rebuilds the preset tree from the factory and user folders. Message thread. */
     void scanPresets();
+    /** Message thread. */
     juce::ValueTree getPresetTree() const { return presetTree; }
+    /** Message thread. */
     juce::String getCurrentPresetName() const { return currentPresetName; }
+    /** Message thread. */
     void setCurrentPresetName (const juce::String& name) { currentPresetName = name; }
+    /** Message thread. */
     int getNumPrograms() override;
+    /** Message thread. */
     int getCurrentProgram() override;
+    /** Message thread. */
     void setCurrentProgram (int index) override;
+    /** Message thread. */
     const juce::String getProgramName (int index) override;
+    /** Message thread. */
     void changeProgramName (int index, const juce::String& newName) override;
 
     // Environment.
+    /** Any thread. */
     const juce::String getName() const override;
+    /** Any thread. */
     juce::String getShortName() const { return pluginName; }
+    /** Any thread. */
     juce::String getBundleName() const { return bundleName; }
+    /** Any thread. */
     unsigned int getVersionCode() const;
+    /** Any thread. */
     static unsigned int versionCodeOf (const juce::String& version);
+    /** The caller owns the file. Message thread. */
     juce::PropertiesFile* createPropertiesFile() const;
+    /** Message thread. */
     void initializeLocalization();
+    /** Message thread. */
     juce::String getHelpFilePath (const juce::String& language) const;
+    /** Message thread. */
     void showHelp() const;
-    /** Where the bundle keeps its resources (presets, translations, help). */
+    /** Where the bundle keeps its resources (presets, translations, help). Any thread. */
     juce::File getResourcesFolder() const;
-    /** The user's folder for this plug-in's presets and filters (created on demand). */
+    /** The user's folder for this plug-in's presets and filters (created on demand). Any
+        thread. */
     juce::File getUserDataFolder() const;
 
+    /** Any thread. */
     static vesk::audio::SpeakerPosition speakerIdToPosition (const juce::String& id);
 
 protected:

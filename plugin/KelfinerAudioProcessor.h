@@ -13,27 +13,38 @@ public:
     static constexpr unsigned int code = 0x4b6c666e; // 'Klfn'
     static constexpr const char* version = "1.0.0";
 
+    /** Message thread. */
     KelfinerAudioProcessor();
 
+    /** Any thread; each engine call says its own. */
     vesk::audio::Deconvolution& getEngine() const noexcept { return *deconvolution; }
 
+    /** Any thread. */
     bool hasEditor() const override { return true; }
+    /** Message thread. */
     juce::AudioProcessorEditor* createEditor() override;
 
+    /** Also forgets both filters. Message thread. */
     void clearSettings() override;
+    /** The settings block, then the source and target filters. Message thread or a host
+        worker thread. */
     void getCurrentProgramStateInformation (juce::MemoryBlock& dest) override;
+    /** Message thread or a host worker thread. */
     void setCurrentProgramStateInformation (const void* data, int size) override;
+    /** Message thread. */
     bool fillCustomDataXmlElement (juce::XmlElement* customData) override;
+    /** Message thread. */
     void parseCustomDataXmlElement (juce::XmlElement* customData) override;
 
-    /** Writes a signal record: channels, samples, then the samples channel after channel. */
+    /** Writes a signal record: channels, samples, then the samples channel after channel.
+        Any thread. */
     static void serializeSignal (vesk::audio::Signal32 const& signal, juce::OutputStream& out);
     /** Reads a signal record. A record whose counts are negative, absurd or larger than the
-        bytes that remain is read as an empty signal. */
+        bytes that remain is read as an empty signal. Any thread. */
     static vesk::audio::Signal32 deserializeSignal (juce::MemoryInputStream& stream);
 
     /** Reads and writes `*.filter` files: a sample rate (double) and a signal record. Writes
-        through a temporary file, so a failed write leaves the old file. Message thread. */
+        through a temporary file, so a failed write leaves the old file. Any thread. */
     static bool writeFilterFile (juce::File const& file, vesk::audio::Signal32 const& coefficients,
                                  double rate);
     static bool readFilterFile (juce::File const& file, vesk::audio::Signal32& coefficients,

@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <random>
+#include <thread>
 
 using vesk::audio::Deconvolution;
 using vesk::audio::Signal32;
@@ -498,6 +500,34 @@ TEST (KelfinerStreaming, LearningAndAutomationAllocateNothingOnTheAudioThread)
     }
     EXPECT_EQ (allocations, 0u);
     EXPECT_GT (processor.getEngine().getInstalledDesigns(), 3u);
+}
+
+// Two threads writing one parameter (a host's automation and its user, say) cannot leave the
+// processor's view and the engine apart: the processor keeps no copy, and what a state saves
+// is what it restores.
+TEST (KelfinerParameters, ConcurrentWritersLeaveOneValue)
+{
+    KelfinerAudioProcessor processor;
+    processor.prepareToPlay (48000.0, 256);
+    std::atomic<bool> go{false};
+    const auto writer = [&] (float offset)
+    {
+        while (!go)
+            std::this_thread::yield();
+        for (int i = 0; i < 300; ++i)
+            processor.setParameter (0, std::fmod (offset + 0.37f * static_cast<float> (i), 1.0f));
+    };
+    std::thread a (writer, 0.1f), b (writer, 0.6f);
+    go = true;
+    a.join();
+    b.join();
+    const float mode = processor.getEngine().getParameterValue (Deconvolution::estimationModeIndex);
+    EXPECT_FLOAT_EQ (processor.getParameter (0), mode / 3.0f);
+    const auto saved = stateOf (processor);
+    processor.setParameter (0, mode > 1.5f ? 0.0f : 1.0f);
+    processor.setStateInformation (saved.getData(), static_cast<int> (saved.getSize()));
+    EXPECT_EQ (processor.getEngine().getParameterValue (Deconvolution::estimationModeIndex), mode);
+    EXPECT_FLOAT_EQ (processor.getParameter (0), mode / 3.0f);
 }
 
 // Values from a host, a state block or a preset are clamped to the parameter's range; NaN falls
