@@ -274,3 +274,40 @@ int main (int argc, char** argv)
     testing::AddGlobalTestEnvironment (new vesk::test::JuceTestEnvironment());
     return RUN_ALL_TESTS();
 }
+
+// A preset holding absurd values goes through the same check as every other entrance: clamped to
+// the ranges (NaN to the default), so the output is neither full scale nor silent nor NaN.
+TEST (KelfinerTool, PresetValuesAreCheckedLikeEveryOtherEntrance)
+{
+    const Folder files;
+    // Quiet enough that the largest gain allowed (+24 dB) does not clip; 1e30 would.
+    writeWav (files ("in.wav"),
+              colouredNoise ({vesk::test::Biquad::lowPass (3000, 0.707, 48000)}, 48000, 2, 5)
+                  * 0.01f,
+              48000, 24);
+    for (auto const& [gain, length] :
+         {std::pair<const char*, const char*>{"1e30", "10"}, {"nan", "-5"}})
+    {
+        files ("p.xml").replaceWithText (
+            juce::String ("<Preset><ParameterSettings>") + "<Parameter id=\"4\" value=\"" + gain
+            + "\"/><Parameter id=\"2\" value=\"" + length + "\"/></ParameterSettings></Preset>");
+        const auto run = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                                    files ("out.wav").getFullPathName(), "--force", "--threshold",
+                                    "-90", "--preset", files ("p.xml").getFullPathName()});
+        ASSERT_EQ (run.exitCode, 0) << run.output;
+        EXPECT_FALSE (run.output.containsIgnoreCase ("nan")) << run.output;
+        double rate = 0;
+        int bits = 0;
+        const auto output = readWav (files ("out.wav"), rate, bits);
+        int fullScale = 0;
+        double energy = 0.0;
+        for (int c = 0; c < output.getNumChannels(); ++c)
+            for (int n = 0; n < output.getNumSamples(); ++n)
+            {
+                fullScale += std::abs (output[c][n]) > 0.999f ? 1 : 0;
+                energy += output[c][n] * output[c][n];
+            }
+        EXPECT_LT (fullScale, output.getNumSamples() / 100) << "gain " << gain;
+        EXPECT_GT (energy, 0.01) << "gain " << gain << ", filter length " << length;
+    }
+}
