@@ -111,6 +111,8 @@ void Deconvolution::prepareBuffers()
     estimationFrame = Signal32 (channels, frame);
     frameCoefficients = Signal32 (1, order);
     predictorScratch.reserve (static_cast<std::size_t> (order));
+    autocorrelationSum.reserve (static_cast<std::size_t> (order + 1));
+    frameAutocorrelation.reserve (static_cast<std::size_t> (order + 1));
     linearPrediction.prepare (frame, order);
     const int learntSamples = sourceEstimate.hasStorage() ? sourceEstimate.getNumSamples() : 0;
     Signal32 learnt =
@@ -121,6 +123,7 @@ void Deconvolution::prepareBuffers()
     {
         const juce::SpinLock::ScopedLockType snapshot (snapshotLock);
         sourceSnapshot = withRoomFor (1, learntSamples, order);
+        autocorrelationSnapshot.reserve (static_cast<std::size_t> (order + 1));
         if (learntSamples > 0)
             ippsCopy_32f (sourceEstimate.getChannel (0), sourceSnapshot.getChannel (0),
                           learntSamples);
@@ -285,7 +288,10 @@ void Deconvolution::reset()
     {
         const juce::ScopedLock lock (engineLock);
         if (estimationMode != holdMode)
+        {
             sourceEstimate.ensureDimensions (1, 0); // mode 2 holds what was learnt, on purpose
+            autocorrelationFrames = 0;
+        }
         publishSourceSnapshot();
         estimateFrameCount = 0;
         restartEstimate = false;
@@ -362,13 +368,19 @@ void Deconvolution::getSourceFilter (Signal32& coefficients, double& rate)
     // Room is made outside the lock; only a loaded set longer than learning makes, or one of
     // several channels, needs more inside it.
     Signal32 copy = withRoomFor (1, 0, maximumOrder());
+    std::vector<double> sum;
+    sum.reserve (static_cast<std::size_t> (maximumOrder() + 1));
     {
         const juce::ScopedLock lock (engineLock);
+        if (estimator.load() == Estimator::longTermSpectrum && autocorrelationFrames > 0)
+            sum.assign (autocorrelationSum.begin(), autocorrelationSum.end());
         copy.ensureDimensions (sourceEstimate.getNumChannels(), sourceEstimate.getNumSamples());
         if (copy.getNumSamples() > 0)
             copySamples (sourceEstimate, copy);
         rate = sourceSampleRate;
     }
+    if (!sum.empty())
+        copy = modelOf (sum, static_cast<int> (sum.size()) - 1);
     coefficients = copy.getNumSamples() > 0 ? copy : Signal32();
 }
 
@@ -386,6 +398,7 @@ void Deconvolution::setSourceFilter (const Signal32& coefficients, double rate)
         const juce::ScopedLock lock (engineLock);
         std::swap (sourceEstimate, learnt);
         sourceSampleRate = rate;
+        autocorrelationFrames = 0; // a loaded model stands for the estimate until frames come
         publishSourceSnapshot();
         if (snapshotStale)
         {

@@ -106,6 +106,11 @@ public:
     void setRealtime (bool shouldBeRealtime) override;
     /** Any thread. */
     bool isRealtime() const noexcept { return realtime; }
+    /** Chooses how learning models the source (see Estimator); a change restarts learning.
+        Any thread. */
+    void setEstimator (Estimator estimatorToUse);
+    /** Any thread. */
+    Estimator getEstimator() const noexcept { return estimator.load(); }
     /** Blocks until no redesign is pending or running. Any thread but the audio thread. */
     void waitForPendingDesign();
 
@@ -182,6 +187,9 @@ private:
     void updateAnalyzers (const Signal32& input, const Signal32& output);
     void analyse (FrameQueue& queue, Signal32& spectrum, bool& valid, float smoothing);
     void publishSourceSnapshot();
+    void learnAutocorrelation (const Signal32& frame, int order);
+    /** The model of an autocorrelation sum (flat when the recursion fails). */
+    static Signal32 modelOf (const std::vector<double>& autocorrelation, int order);
     void requestDesign();
     void designRequested();
     void installPendingResponse();
@@ -205,6 +213,11 @@ private:
     std::atomic<bool> restartEstimate{false};
     Signal32 sourceEstimate; // no samples: nothing learnt (the storage is kept for learning)
     double sourceSampleRate = 0.0;
+    // The long-term-spectrum estimator's state: the sum of the frames' autocorrelations, which
+    // stands for the estimate while it holds frames.
+    std::vector<double> autocorrelationSum;
+    std::vector<double> frameAutocorrelation;
+    std::uint64_t autocorrelationFrames = 0;
     FrameQueue inputQueue;
     FirFilter correctionFilter;
     LinearPrediction linearPrediction;
@@ -234,12 +247,15 @@ private:
     // The learnt estimate as the designers see it.
     juce::SpinLock snapshotLock;
     Signal32 sourceSnapshot;
+    std::vector<double> autocorrelationSnapshot; // used instead when it holds lags
     double snapshotSampleRate = 0.0;
     bool snapshotStale = false; // audio side: the last publication found the lock taken
 
     // Design side, under designLock.
     Signal32 designSource;
     double designSourceRate = 0.0;
+    std::vector<double> designAutocorrelation;
+    std::vector<double> designCoefficients;
     Signal32 targetFilter;
     double targetSampleRate = 0.0;
     Signal32 filterCurve;
@@ -268,6 +284,7 @@ private:
     std::unique_ptr<juce::SharedResourcePointer<DesignThread>> designThread;
 
     // Parameters: atomics, because getParameterValue reads them without the lock.
+    std::atomic<Estimator> estimator{Estimator::frameModels};
     std::atomic<int> estimationMode{1};
     std::atomic<float> estimationThreshold{-36.0f};
     std::atomic<float> filterLength{10.0f};

@@ -169,12 +169,18 @@ void Deconvolution::updateFilter()
     {
         // The designers' own copy of what the audio thread learnt, taken in a moment.
         const juce::SpinLock::ScopedLockType snapshot (snapshotLock);
+        designAutocorrelation.assign (autocorrelationSnapshot.begin(),
+                                      autocorrelationSnapshot.end());
         const int learnt = sourceSnapshot.getNumSamples();
         designSource.ensureDimensions (1, learnt);
         if (learnt > 0)
             ippsCopy_32f (sourceSnapshot.getChannel (0), designSource.getChannel (0), learnt);
         designSourceRate = snapshotSampleRate;
     }
+    // The long-term spectrum's model is solved here, once per design, off the audio thread.
+    if (!designAutocorrelation.empty())
+        designSource =
+            modelOf (designAutocorrelation, static_cast<int> (designAutocorrelation.size()) - 1);
 
     if (!hasCoefficients (designSource))
     {

@@ -150,7 +150,10 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     if (estimationMode == holdMode)
         return false;
     if (restartEstimate.exchange (false))
+    {
         estimateFrameCount = 0;
+        autocorrelationFrames = 0;
+    }
 
     // Frames holding NaN or infinity are gated like silence, so they never poison the estimate.
     const float level = frame.getRmsLevel();
@@ -172,6 +175,11 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     }
 
     const int order = estimationLength() + 1;
+    if (estimator.load() == Estimator::longTermSpectrum)
+    {
+        learnAutocorrelation (frame, order);
+        return true;
+    }
     estimationFrame.ensureDimensions (channels, samples);
     frameCoefficients.ensureDimensions (1, order);
     predictorScratch.resize (static_cast<std::size_t> (order));
@@ -222,6 +230,57 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     sourceSampleRate = sampleRate;
     publishSourceSnapshot();
     return true;
+}
+
+void Deconvolution::learnAutocorrelation (const Signal32& frame, int order)
+{
+    const int channels = frame.getNumChannels();
+    const int samples = frame.getNumSamples();
+    const int lags = order + 1; // as many as the recursion of this order reads
+    const bool seedOnly = estimationMode != learnMode;
+    if (seedOnly && autocorrelationFrames > 0)
+        return; // modes 0 and 3 keep the first frame's model
+
+    // A new filter length asks for other lags: the mean starts again.
+    if (static_cast<int> (autocorrelationSum.size()) != lags)
+        autocorrelationFrames = 0;
+    if (autocorrelationFrames == 0)
+        autocorrelationSum.assign (static_cast<std::size_t> (lags), 0.0);
+    frameAutocorrelation.resize (static_cast<std::size_t> (lags));
+
+    // Summed over channels and frames without normalising: louder frames weigh more, as they
+    // do in the long-term spectrum. The model does not depend on the sum's scale.
+    estimationFrame.ensureDimensions (channels, samples);
+    for (int c = 0; c < channels; ++c)
+    {
+        float* windowed = estimationFrame.getChannel (c);
+        if (windowed != frame.getChannel (c))
+            ippsCopy_32f (frame.getChannel (c), windowed, samples);
+        ippsMul_32f_I (estimationWindow.getChannel (c), windowed, samples);
+        linearPrediction.computeAutocorrelation (windowed, samples, frameAutocorrelation.data(),
+                                                 lags);
+        for (std::size_t k = 0; k < frameAutocorrelation.size(); ++k)
+            autocorrelationSum[k] += frameAutocorrelation[k];
+    }
+    ++autocorrelationFrames;
+    estimateFrameCount = autocorrelationFrames;
+    sourceSampleRate = sampleRate;
+    publishSourceSnapshot();
+}
+
+Signal32 Deconvolution::modelOf (const std::vector<double>& autocorrelation, int order)
+{
+    std::vector<double> a (static_cast<std::size_t> (order), 0.0);
+    Signal32 model (1, order, 0.0f);
+    if (order < 1)
+        return model;
+    if (static_cast<int> (autocorrelation.size()) >= order + 1 && autocorrelation[0] > 0.0
+        && LinearPrediction::levinson (autocorrelation.data(), a.data(), order - 1))
+        for (int k = 0; k < order; ++k)
+            model[0][k] = static_cast<float> (a[static_cast<std::size_t> (k)]);
+    else
+        model[0][0] = 1.0f; // nothing learnt, or a failed recursion: a flat envelope
+    return model;
 }
 
 void Deconvolution::analyse (FrameQueue& queue, Signal32& spectrum, bool& valid, float smoothing)

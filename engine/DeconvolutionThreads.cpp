@@ -70,6 +70,12 @@ void Deconvolution::setRealtime (bool shouldBeRealtime)
         designRequested();
 }
 
+void Deconvolution::setEstimator (Estimator estimatorToUse)
+{
+    if (estimator.exchange (estimatorToUse) != estimatorToUse)
+        restartEstimate = true;
+}
+
 void Deconvolution::waitForPendingDesign()
 {
     while (designPending.load() && designThread != nullptr)
@@ -91,10 +97,19 @@ void Deconvolution::publishSourceSnapshot()
         snapshotStale = true;
         return;
     }
-    const int samples = sourceEstimate.getNumSamples();
-    sourceSnapshot.ensureDimensions (1, samples);
-    if (samples > 0)
-        ippsCopy_32f (sourceEstimate.getChannel (0), sourceSnapshot.getChannel (0), samples);
+    if (estimator.load() == Estimator::longTermSpectrum && autocorrelationFrames > 0)
+    {
+        // The designers solve the model; the audio thread only hands over the sum.
+        autocorrelationSnapshot.assign (autocorrelationSum.begin(), autocorrelationSum.end());
+    }
+    else
+    {
+        autocorrelationSnapshot.clear();
+        const int samples = sourceEstimate.getNumSamples();
+        sourceSnapshot.ensureDimensions (1, samples);
+        if (samples > 0)
+            ippsCopy_32f (sourceEstimate.getChannel (0), sourceSnapshot.getChannel (0), samples);
+    }
     snapshotSampleRate = sourceSampleRate;
     snapshotStale = false;
 }

@@ -15,6 +15,29 @@ enum EstimationMode
     seedOnceMode = 3
 };
 
+/** How learning turns frames into the source model. The first is the original: each frame's
+    linear-prediction model, averaged coefficient by coefficient. The second averages what does
+    add up, the frames' autocorrelations (their power spectra), and solves one model of the mean
+    whenever the filter is designed: on music and speech, whose frames differ widely, that mean
+    is the long-term spectrum, where an average of coefficient sets describes no frame at all. */
+enum class Estimator
+{
+    frameModels = 0,
+    longTermSpectrum = 1
+};
+
+struct EstimatorChoice
+{
+    Estimator estimator;
+    const char* name;
+    const char* key;
+};
+
+inline constexpr std::array<EstimatorChoice, 2> estimators{{
+    {Estimator::frameModels, "Frame models averaged", "frames"},
+    {Estimator::longTermSpectrum, "Long-term spectrum", "spectrum"},
+}};
+
 /** One target profile: its "TargetModel" value, the name users see and the key the
     command-line tool takes. */
 struct TargetProfile

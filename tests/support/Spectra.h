@@ -23,6 +23,15 @@ struct Biquad
                 (1.0 - alpha) / a0};
     }
 
+    static Biquad highPass (double frequency, double q, double rate)
+    {
+        const double w = 2.0 * M_PI * frequency / rate, alpha = std::sin (w) / (2.0 * q),
+                     c = std::cos (w);
+        const double a0 = 1.0 + alpha;
+        return {(1.0 + c) / 2.0 / a0, -(1.0 + c) / a0, (1.0 + c) / 2.0 / a0, -2.0 * c / a0,
+                (1.0 - alpha) / a0};
+    }
+
     static Biquad peak (double frequency, double q, double gainDb, double rate)
     {
         const double a = std::pow (10.0, gainDb / 40.0), w = 2.0 * M_PI * frequency / rate;
