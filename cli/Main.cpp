@@ -23,6 +23,8 @@ options:
   --target NAME        automatic, music, music-dark, music-less-harsh, speech, custom
   --target-filter F    a *.filter file as the custom target
   --reference REF      learn the custom target from another recording
+  --estimator NAME     spectrum (the long-term spectrum, default) or frames (each frame's
+                       model, averaged: the plug-in's original way)
   --threshold DB       learning threshold (-112 .. -12, default -36)
   --filter-length MS   model length (1 .. 20, default 10)
   --gain DB            master gain (-24 .. 24)
@@ -55,6 +57,14 @@ int targetModelFromName (juce::String const& name)
     return profile->model;
 }
 
+vesk::audio::Estimator estimatorFromName (juce::String const& name)
+{
+    for (auto const& choice : vesk::audio::estimators)
+        if (name == choice.key)
+            return choice.estimator;
+    throw UsageError{"unknown estimator \"" + name + "\" (spectrum or frames)"};
+}
+
 struct Arguments
 {
     juce::String command;
@@ -85,6 +95,8 @@ Arguments parse (juce::StringArray const& args)
             parsed.output = file (value());
         else if (arg == "--target")
             parsed.settings.targetModel = targetModelFromName (value());
+        else if (arg == "--estimator")
+            parsed.settings.estimator = estimatorFromName (value());
         else if (arg == "--target-filter")
             parsed.settings.targetFilter = file (value());
         else if (arg == "--reference")

@@ -144,6 +144,9 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& err
         error = "cannot read preset: " + settings.preset.getFullPathName();
         return false;
     }
+    // The long-term spectrum unless the user asks for the original estimator, whatever a preset
+    // of the plug-in chose.
+    engine.setEstimator (settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum));
     if (settings.targetModel)
         processor.setCheckedParameterValue (Deconvolution::targetModelIndex,
                                             static_cast<float> (*settings.targetModel), false);
@@ -212,6 +215,7 @@ bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& setting
     KelfinerAudioProcessor processor;
     processor.setNonRealtime (true);
     auto& engine = processor.getEngine();
+    engine.setEstimator (settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum));
     const auto channels = static_cast<int> (reader->numChannels);
     engine.setFormat ({channels, reader->sampleRate}, {channels, reader->sampleRate});
     if (settings.threshold)

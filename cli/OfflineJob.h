@@ -13,6 +13,8 @@
 struct JobSettings
 {
     std::optional<int> targetModel;
+    /** The tool learns the long-term spectrum unless told otherwise (a preset may choose). */
+    std::optional<vesk::audio::Estimator> estimator;
     std::optional<float> threshold, filterLength, masterGain;
     std::vector<std::pair<float, float>> emphasis; // frequency in Hz, level in percent
     juce::File preset, targetFilter, reference, saveFilter, plot;

@@ -49,6 +49,7 @@ juce::AudioProcessorEditor* KelfinerAudioProcessor::createEditor()
 void KelfinerAudioProcessor::clearSettings()
 {
     BasePlugInProcessor::clearSettings();
+    applyProductSettings (nullptr);
     deconvolution->setSourceFilter (Signal32(), 0.0);
     deconvolution->setTargetFilter (Signal32(), 0.0);
 }
@@ -106,6 +107,31 @@ void KelfinerAudioProcessor::getCurrentProgramStateInformation (juce::MemoryBloc
     deconvolution->getTargetFilter (filter, rate);
     out.writeDouble (rate);
     serializeSignal (filter, out);
+    // Settings beyond the public parameters follow as a marked, self-describing record, so that
+    // states written before they existed still load (with the original estimator).
+    out.writeInt64 (static_cast<juce::int64> (settingsMarker));
+    out.writeString (
+        productSettings()->toString (juce::XmlElement::TextFormat().singleLine().withoutHeader()));
+}
+
+std::unique_ptr<juce::XmlElement> KelfinerAudioProcessor::productSettings() const
+{
+    auto settings = std::make_unique<juce::XmlElement> ("ProductSettings");
+    for (auto const& choice : vesk::audio::estimators)
+        if (choice.estimator == deconvolution->getEstimator())
+            settings->setAttribute ("estimator", choice.key);
+    return settings;
+}
+
+void KelfinerAudioProcessor::applyProductSettings (const juce::XmlElement* settings)
+{
+    // Missing or unknown: the original estimator, as everything saved before the choice had.
+    auto estimator = vesk::audio::Estimator::frameModels;
+    if (settings != nullptr)
+        for (auto const& choice : vesk::audio::estimators)
+            if (settings->getStringAttribute ("estimator") == choice.key)
+                estimator = choice.estimator;
+    deconvolution->setEstimator (estimator);
 }
 
 void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data, int size)
@@ -113,6 +139,25 @@ void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data
     juce::MemoryInputStream in (data, static_cast<std::size_t> (juce::jmax (size, 0)), false);
     if (setParameterSettings (in))
     {
+        // The settings record is at the end; the estimator is chosen before filters load.
+        std::unique_ptr<juce::XmlElement> settings;
+        {
+            juce::MemoryInputStream ahead (data, static_cast<std::size_t> (juce::jmax (size, 0)),
+                                           false);
+            ahead.setPosition (in.getPosition());
+            for (int filter = 0; filter < 2 && ahead.getNumBytesRemaining() >= 16; ++filter)
+            {
+                ahead.readDouble();
+                const int channels = ahead.readInt(), samples = ahead.readInt();
+                ahead.skipNextBytes (4 * static_cast<juce::int64> (juce::jmax (channels, 0))
+                                     * juce::jmax (samples, 0));
+            }
+            if (ahead.getNumBytesRemaining() > 8
+                && static_cast<std::uint64_t> (ahead.readInt64()) == settingsMarker)
+                settings = juce::parseXML (ahead.readString());
+        }
+        applyProductSettings (settings.get());
+
         // A state cut short after the parameters keeps the filters that are already there.
         if (in.getNumBytesRemaining() >= 16)
         {
@@ -146,11 +191,13 @@ bool KelfinerAudioProcessor::fillCustomDataXmlElement (juce::XmlElement* customD
     add ("SourceFilter", filter, rate);
     deconvolution->getTargetFilter (filter, rate);
     add ("TargetFilter", filter, rate);
+    customData->addChildElement (productSettings().release());
     return true;
 }
 
 void KelfinerAudioProcessor::parseCustomDataXmlElement (juce::XmlElement* customData)
 {
+    applyProductSettings (customData->getChildByName ("ProductSettings"));
     for (const char* tag : {"SourceFilter", "TargetFilter"})
     {
         auto* element = customData->getChildByName (tag);

@@ -50,6 +50,16 @@ public:
     static bool readFilterFile (juce::File const& file, vesk::audio::Signal32& coefficients,
                                 double& rate);
 
+    /** Marks the settings record that follows the filters in the host state. */
+    static constexpr std::uint64_t settingsMarker = 0x4B4C464E53455431ULL;
+
 private:
+    /** The settings beyond the public parameters (the learning estimator), as saved in states
+        and presets. Message thread. */
+    std::unique_ptr<juce::XmlElement> productSettings() const;
+    /** Applies saved settings; missing ones take the values states had before they existed.
+        Message thread. */
+    void applyProductSettings (const juce::XmlElement* settings);
+
     vesk::audio::Deconvolution* deconvolution;
 };

@@ -148,13 +148,49 @@ TEST (KelfinerState, ByteLayoutOfTheSettingsBlockAndTheState)
                BasePlugInProcessor::presetNameMarker);
     EXPECT_EQ (bytes[368], 0);
 
-    // Empty filters: a rate and two zero counts each.
-    EXPECT_EQ (stateOf (processor).getSize(), 369u + 2 * 16u);
+    // Empty filters: a rate and two zero counts each; then the marked settings record.
+    const juce::String settingsText = "<ProductSettings estimator=\"frames\"/>";
+    const auto record = 8u + settingsText.getNumBytesAsUTF8() + 1u;
+    EXPECT_EQ (stateOf (processor).getSize(), 369u + 2 * 16u + record);
+    const auto state = stateOf (processor);
+    EXPECT_EQ (static_cast<std::uint64_t> (juce::ByteOrder::littleEndianInt64 (
+                   static_cast<const char*> (state.getData()) + 369 + 32)),
+               KelfinerAudioProcessor::settingsMarker);
+    EXPECT_EQ (juce::String (static_cast<const char*> (state.getData()) + 369 + 40), settingsText);
     Signal32 three (1, 3, 0.5f);
     processor.getEngine().setSourceFilter (three, 48000.0);
-    EXPECT_EQ (stateOf (processor).getSize(), 369u + 16u + 12u + 16u);
+    EXPECT_EQ (stateOf (processor).getSize(), 369u + 16u + 12u + 16u + record);
     processor.getEngine().setSourceFilter (Signal32 (2, 3, 0.5f), 48000.0);
-    EXPECT_EQ (stateOf (processor).getSize(), 369u + 16u + 24u + 16u);
+    EXPECT_EQ (stateOf (processor).getSize(), 369u + 16u + 24u + 16u + record);
+}
+
+// The learning estimator travels with states and presets; what was saved before the choice
+// existed loads with the original estimator.
+TEST (KelfinerState, TheEstimatorTravelsWithStatesAndPresets)
+{
+    using vesk::audio::Estimator;
+    KelfinerAudioProcessor original, restored;
+    original.getEngine().setEstimator (Estimator::longTermSpectrum);
+    const auto state = stateOf (original);
+    restored.setStateInformation (state.getData(), static_cast<int> (state.getSize()));
+    EXPECT_EQ (restored.getEngine().getEstimator(), Estimator::longTermSpectrum);
+
+    // A state of the earlier layout: the same bytes without the settings record.
+    const juce::String settings = "<ProductSettings estimator=\"spectrum\"/>";
+    const auto earlier = state.getSize() - (8u + settings.getNumBytesAsUTF8() + 1u);
+    restored.setStateInformation (state.getData(), static_cast<int> (earlier));
+    EXPECT_EQ (restored.getEngine().getEstimator(), Estimator::frameModels);
+
+    const auto file = juce::File::createTempFile (".xml");
+    ASSERT_TRUE (original.exportToPresetFile (file));
+    EXPECT_TRUE (file.loadFileAsString().contains ("estimator=\"spectrum\""));
+    ASSERT_TRUE (restored.importFromPresetFile (file));
+    EXPECT_EQ (restored.getEngine().getEstimator(), Estimator::longTermSpectrum);
+    file.replaceWithText (
+        file.loadFileAsString().replace ("<ProductSettings estimator=\"spectrum\"/>", ""));
+    ASSERT_TRUE (restored.importFromPresetFile (file));
+    EXPECT_EQ (restored.getEngine().getEstimator(), Estimator::frameModels) << "an older preset";
+    file.deleteFile();
 }
 
 TEST (KelfinerState, RestoresParametersFiltersAndPresetName)
