@@ -26,13 +26,17 @@ options:
   --estimator NAME     spectrum (the long-term spectrum, default) or frames (each frame's
                        model, averaged: the plug-in's original way)
   --threshold DB       learning threshold (-112 .. -12, default -36)
-  --filter-length MS   model length (1 .. 20, default 10)
+  --filter-length MS   model length (1 .. 20; default 20 with the spectrum estimator and no
+                       preset, else 10 as in the plug-in)
   --gain DB            master gain (-24 .. 24)
   --emphasis HZ:PCT    an emphasis point (up to twelve; turns the emphasis curve on)
   --preset P.xml       start from a preset
   --save-filter F      save the learnt filter
   --plot P.png         draw input, output and correction
   --live               one pass, as the plug-in hears it (default: learn the whole file first)
+  --loudness MODE      match (default: the output as loud as the input, BS.1770) or off
+  --ceiling DB|off     sample-peak ceiling of the output (default -1 dBFS); the gain comes
+                       down rather than a sample clip
   --force              replace existing outputs
   --jobs N             files processed at once (default: all cores)
 )";
@@ -124,6 +128,25 @@ Arguments parse (juce::StringArray const& args)
             parsed.settings.plot = file (value());
         else if (arg == "--live")
             parsed.settings.live = true;
+        else if (arg == "--loudness")
+        {
+            const auto mode = value();
+            if (mode != "match" && mode != "off")
+                throw UsageError{"--loudness takes match or off, not \"" + mode + "\""};
+            parsed.settings.matchLoudness = mode == "match";
+        }
+        else if (arg == "--ceiling")
+        {
+            const auto ceiling = value();
+            if (ceiling == "off")
+                parsed.settings.ceilingDb.reset();
+            else
+            {
+                parsed.settings.ceilingDb = number (ceiling, arg);
+                if (!(*parsed.settings.ceilingDb <= 0.0f && *parsed.settings.ceilingDb >= -60.0f))
+                    throw UsageError{"--ceiling takes -60 .. 0 dBFS or off, not " + ceiling};
+            }
+        }
         else if (arg == "--force")
             parsed.settings.force = true;
         else if (arg == "--jobs")
@@ -145,7 +168,14 @@ juce::String summary (juce::File const& in, juce::File const& out, JobResult con
            + juce::String (result.correctionMinDb, 1) + " .. "
            + juce::String (result.correctionMaxDb, 1) + " dB, deviation from target "
            + juce::String (result.deviationBeforeDb, 2) + " dB -> "
-           + juce::String (result.deviationAfterDb, 2) + " dB RMS";
+           + juce::String (result.deviationAfterDb, 2) + " dB RMS, loudness "
+           + juce::String (result.loudnessInLufs, 1) + " -> "
+           + juce::String (result.loudnessOutLufs, 1) + " LUFS (gain "
+           + juce::String (result.gainDb, 1) + " dB"
+           + (result.peakReductionDb > 0.0 ? ", " + juce::String (result.peakReductionDb, 1)
+                                                 + " dB less to keep peaks under the ceiling"
+                                           : juce::String())
+           + ")";
 }
 
 int process (Arguments const& args)

@@ -20,6 +20,10 @@ struct JobSettings
     juce::File preset, targetFilter, reference, saveFilter, plot;
     bool live = false;
     bool force = false;
+    /** The output's integrated loudness is brought back to the input's. */
+    bool matchLoudness = true;
+    /** Outputs keep their sample peaks at or below this (dBFS); none: off. */
+    std::optional<float> ceilingDb = -1.0f;
 };
 
 /** The outcome of one file, for the summary line. */
@@ -30,6 +34,9 @@ struct JobResult
     std::uint64_t learntFrames = 0;
     float correctionMinDb = 0.0f, correctionMaxDb = 0.0f;
     double deviationBeforeDb = 0.0, deviationAfterDb = 0.0;
+    double loudnessInLufs = 0.0, loudnessOutLufs = 0.0;
+    double gainDb = 0.0;          // applied after the correction
+    double peakReductionDb = 0.0; // of that, what the peak ceiling took
 };
 
 /** Long-term power spectrum of a stream, accumulated block by block (8192-point frames). */

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
     build-essential cmake pkg-config ccache clang-format
     libfftw3-dev libgtest-dev libbenchmark-dev
-    juce-modules-source libflac-dev libvorbis-dev libogg-dev
+    juce-modules-source libflac-dev libvorbis-dev libogg-dev libebur128-dev
     xvfb xauth fonts-dejavu-core
 )
 

@@ -110,7 +110,8 @@ TEST (KelfinerTool, ColouredNoiseComesOutCloserToTheTarget)
 
     const auto info = kelfiner ({"info", files ("dull.filter").getFullPathName()});
     EXPECT_EQ (info.exitCode, 0);
-    EXPECT_TRUE (info.output.contains ("481 coefficients")) << info.output;
+    // The tool's own default model: 20 ms at 48 kHz.
+    EXPECT_TRUE (info.output.contains ("961 coefficients")) << info.output;
 }
 
 TEST (KelfinerTool, KeepsRateChannelsDepthAndLength)
@@ -310,4 +311,65 @@ TEST (KelfinerTool, PresetValuesAreCheckedLikeEveryOtherEntrance)
         EXPECT_LT (fullScale, output.getNumSamples() / 100) << "gain " << gain;
         EXPECT_GT (energy, 0.01) << "gain " << gain << ", filter length " << length;
     }
+}
+
+// The tool's defaults keep the level: a speech-like signal that the correction lifts by a lot
+// comes out as loud as it went in, with its peaks at or below -1 dBFS and no sample clipped;
+// either guard can be switched off.
+TEST (KelfinerTool, LoudnessAndPeaksAreKeptByDefault)
+{
+    const Folder files;
+    // Bursts of dull noise with pauses, quiet at the top: the "music" target lifts the highs.
+    auto input = colouredNoise ({vesk::test::Biquad::lowPass (800, 0.707, 48000),
+                                 vesk::test::Biquad::lowPass (800, 0.707, 48000)},
+                                48000, 6, 9);
+    for (int c = 0; c < 2; ++c)
+        for (int n = 0; n < input.getNumSamples(); ++n)
+            input[c][n] *= (n / 12000) % 3 == 2 ? 0.02f : 2.5f;
+    writeWav (files ("in.wav"), input, 48000, 16);
+
+    const auto levels = [&] (juce::StringArray extra)
+    {
+        juce::StringArray args{"process", files ("in.wav").getFullPathName(),
+                               "-o",      files ("out.wav").getFullPathName(),
+                               "--force", "--target",
+                               "music"};
+        args.addArray (extra);
+        const auto run = kelfiner (args);
+        EXPECT_EQ (run.exitCode, 0) << run.output;
+        double rate = 0;
+        int bits = 0;
+        const auto output = readWav (files ("out.wav"), rate, bits);
+        float peak = 0.0f;
+        int clipped = 0;
+        for (int c = 0; c < output.getNumChannels(); ++c)
+            for (int n = 0; n < output.getNumSamples(); ++n)
+            {
+                peak = std::max (peak, std::abs (output[c][n]));
+                clipped += std::abs (output[c][n]) >= 0.9999f ? 1 : 0;
+            }
+        const auto loudness = run.output.fromLastOccurrenceOf ("loudness", false, false);
+        const double in = loudness.getDoubleValue();
+        const double out = loudness.fromFirstOccurrenceOf ("->", false, false).getDoubleValue();
+        return std::make_tuple (in, out, peak, clipped, run.output);
+    };
+
+    // This material cannot be as loud as it was without clipping: the ceiling wins, and the
+    // summary says by how much.
+    const auto [in, out, peak, clipped, text] = levels ({});
+    const double reduction = text.fromFirstOccurrenceOf ("dB, ", false, false)
+                                 .fromLastOccurrenceOf ("dB, ", false, false)
+                                 .getDoubleValue();
+    EXPECT_GT (reduction, 0.5) << text;
+    EXPECT_NEAR (out, in - reduction, 0.5) << text;
+    EXPECT_LE (peak, std::pow (10.0f, -1.0f / 20.0f) + 1.0e-4f) << text;
+    EXPECT_EQ (clipped, 0);
+    EXPECT_TRUE (text.contains ("to keep peaks under the ceiling")) << text;
+
+    const auto [in2, out2, peak2, clipped2, text2] = levels ({"--ceiling", "off"});
+    EXPECT_NEAR (out2, in2, 0.5) << text2;
+    EXPECT_GT (clipped2, 0) << "without the ceiling the matched level clips this material";
+
+    const auto [in3, out3, peak3, clipped3, text3] = levels ({"--loudness", "off"});
+    EXPECT_GT (std::fabs (out3 - in3), 1.0) << "the correction's own level matching moves it";
 }
