@@ -34,6 +34,9 @@ options:
   --save-filter F      save the learnt filter
   --plot P.png         draw input, output and correction
   --live               one pass, as the plug-in hears it (default: learn the whole file first)
+  --max-boost DB       lift no frequency by more than this (0 .. 48; default: no limit)
+  --lift-empty-bands   also lift bands that hold nothing (60 dB under the material's peak
+                       level: noise, an encoder's cut-off); by default they are left alone
   --loudness MODE      match (default: the output as loud as the input, BS.1770) or off
   --ceiling DB|off     sample-peak ceiling of the output (default -1 dBFS); the gain comes
                        down rather than a sample clip
@@ -128,6 +131,16 @@ Arguments parse (juce::StringArray const& args)
             parsed.settings.plot = file (value());
         else if (arg == "--live")
             parsed.settings.live = true;
+        else if (arg == "--max-boost")
+        {
+            const auto text = value();
+            parsed.settings.maximumBoostDb = number (text, arg);
+            if (!(*parsed.settings.maximumBoostDb >= 0.0f
+                  && *parsed.settings.maximumBoostDb <= 48.0f))
+                throw UsageError{"--max-boost takes 0 .. 48 dB, not " + text};
+        }
+        else if (arg == "--lift-empty-bands")
+            parsed.settings.spareEmptyBands = false;
         else if (arg == "--loudness")
         {
             const auto mode = value();

@@ -162,6 +162,11 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& err
     // The long-term spectrum unless the user asks for the original estimator, whatever a preset
     // of the plug-in chose.
     engine.setEstimator (settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum));
+    Deconvolution::CorrectionLimits limits;
+    limits.spareEmptyBands = settings.spareEmptyBands;
+    if (settings.maximumBoostDb)
+        limits.maximumBoostDb = *settings.maximumBoostDb;
+    engine.setCorrectionLimits (limits); // the tool matches loudness itself, by measurement
     if (settings.targetModel)
         processor.setCheckedParameterValue (Deconvolution::targetModelIndex,
                                             static_cast<float> (*settings.targetModel), false);

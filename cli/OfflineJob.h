@@ -20,6 +20,10 @@ struct JobSettings
     juce::File preset, targetFilter, reference, saveFilter, plot;
     bool live = false;
     bool force = false;
+    /** No bin lifted by more than this (dB); none: no limit. */
+    std::optional<float> maximumBoostDb;
+    /** Bands that hold nothing (60 dB under the learnt spectrum's peak) are not lifted. */
+    bool spareEmptyBands = true;
     /** The output's integrated loudness is brought back to the input's. */
     bool matchLoudness = true;
     /** Outputs keep their sample peaks at or below this (dBFS); none: off. */

@@ -108,6 +108,8 @@ void Deconvolution::prepareBuffers()
     inputQueue.prepare (channels, frame + queueChunk);
     estimationWindow = Signal32 (channels, frame);
     estimationWindow.ensureDimensions (channels, 0);
+    spectrumWindow = Signal32 (1, frame);
+    spectrumWindow.ensureDimensions (1, 0);
     estimationFrame = Signal32 (channels, frame);
     frameCoefficients = Signal32 (1, order);
     predictorScratch.reserve (static_cast<std::size_t> (order));

@@ -13,6 +13,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -111,6 +112,25 @@ public:
     void setEstimator (Estimator estimatorToUse);
     /** Any thread. */
     Estimator getEstimator() const noexcept { return estimator.load(); }
+    /** Settings beside the design's, for the level and the reach of the correction. All off by
+        default, which is the design's behaviour. */
+    struct CorrectionLimits
+    {
+        /** A static make-up gain, computed at each design from the learnt spectrum, keeps the
+            K-weighted (BS.1770) loudness of the material as it was, instead of the design's
+            level matching. */
+        bool loudnessMatched = false;
+        /** No bin is lifted by more than this (dB). */
+        float maximumBoostDb = std::numeric_limits<float>::infinity();
+        /** Bins whose learnt level lies more than 90 dB under the spectrum's peak (noise, or an
+            encoder's cut-off) are not lifted at all; attenuated bands that still carry signal
+            are. */
+        bool spareEmptyBands = false;
+    };
+    /** Any thread but the audio thread; redesigns. */
+    void setCorrectionLimits (const CorrectionLimits& limits);
+    /** Any thread but the audio thread. */
+    CorrectionLimits getCorrectionLimits();
     /** Blocks until no redesign is pending or running. Any thread but the audio thread. */
     void waitForPendingDesign();
 
@@ -155,6 +175,8 @@ public:
     /** Designs the correction filter from the latest estimate and hands it to the audio thread.
      */
     void updateFilter();
+    /** Applies the correction limits to a curve, given the source's whitening magnitudes. */
+    void applyCorrectionLimits (Signal32& curve, const Signal32& whitening);
     /** One minimum-phase impulse response of 50 ms per channel of magnitudes. */
     Signal32 calculateImpulseResponse (const Signal32& magnitudes);
     /** Turns the emphasis points into one weight per bin. */
@@ -222,6 +244,7 @@ private:
     FirFilter correctionFilter;
     LinearPrediction linearPrediction;
     Signal32 estimationWindow;
+    Signal32 spectrumWindow; // the long-term spectrum's frames: far lower leakage than Hamming
     Signal32 estimationFrame;
     Signal32 frameCoefficients;
     std::vector<double> predictorScratch;
@@ -254,6 +277,7 @@ private:
     // Design side, under designLock.
     Signal32 designSource;
     double designSourceRate = 0.0;
+    CorrectionLimits correctionLimits;
     std::vector<double> designAutocorrelation;
     std::vector<double> designCoefficients;
     Signal32 targetFilter;

@@ -182,6 +182,7 @@ void Deconvolution::updateFilter()
         designSource =
             modelOf (designAutocorrelation, static_cast<int> (designAutocorrelation.size()) - 1);
 
+    Signal32 whitening; // of the learnt source, where there is one
     if (!hasCoefficients (designSource))
     {
         filterCurve = Signal32 (1, bins, 1.0f);
@@ -189,6 +190,7 @@ void Deconvolution::updateFilter()
     else
     {
         const auto source = getMagnitudesFromFilterCoefficients (designSource, designSourceRate);
+        whitening = source;
         if (targetModel == automatic || targetMagnitudes.getNumSamples() != source.getNumSamples())
             updateTargetMagnitudes (source);
         Signal32 correction = source * targetMagnitudes;
@@ -214,6 +216,8 @@ void Deconvolution::updateFilter()
         filterCurve = Signal32::fromDecibel (Signal32::toDecibel (filterCurve) * emphasisLevels);
         sanitise (filterCurve); // a null bin with a weight of 0 is -inf times 0
     }
+    if (whitening.hasStorage())
+        applyCorrectionLimits (filterCurve, whitening);
 
     // Every channel gets the same curve, so one response serves them all. It is transformed
     // for the convolution here and handed over; the audio thread only exchanges storage.

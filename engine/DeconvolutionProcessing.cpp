@@ -250,13 +250,26 @@ void Deconvolution::learnAutocorrelation (const Signal32& frame, int order)
 
     // Summed over channels and frames without normalising: louder frames weigh more, as they
     // do in the long-term spectrum. The model does not depend on the sum's scale.
+    // A Blackman window: its leakage falls off steeply, where Hamming's far leakage fills every
+    // band to about 55 dB under the loudest, which hides deep dips and empty bands from the
+    // model. (A four-term Blackman-Harris window reached further down but blurred resonances
+    // more; in the evaluation Blackman scored best of the three.)
+    if (spectrumWindow.getNumSamples() != samples)
+    {
+        spectrumWindow.ensureDimensions (1, samples);
+        float* w = spectrumWindow.getChannel (0);
+        const double step = 2.0 * M_PI / std::max (samples - 1, 1);
+        for (int n = 0; n < samples; ++n)
+            w[n] = static_cast<float> (0.42 - 0.5 * std::cos (step * n)
+                                       + 0.08 * std::cos (2.0 * step * n));
+    }
     estimationFrame.ensureDimensions (channels, samples);
     for (int c = 0; c < channels; ++c)
     {
         float* windowed = estimationFrame.getChannel (c);
         if (windowed != frame.getChannel (c))
             ippsCopy_32f (frame.getChannel (c), windowed, samples);
-        ippsMul_32f_I (estimationWindow.getChannel (c), windowed, samples);
+        ippsMul_32f_I (spectrumWindow.getChannel (0), windowed, samples);
         linearPrediction.computeAutocorrelation (windowed, samples, frameAutocorrelation.data(),
                                                  lags);
         for (std::size_t k = 0; k < frameAutocorrelation.size(); ++k)
@@ -274,8 +287,14 @@ Signal32 Deconvolution::modelOf (const std::vector<double>& autocorrelation, int
     Signal32 model (1, order, 0.0f);
     if (order < 1)
         return model;
-    if (static_cast<int> (autocorrelation.size()) >= order + 1 && autocorrelation[0] > 0.0
-        && LinearPrediction::levinson (autocorrelation.data(), a.data(), order - 1))
+    // A white floor 90 dB under the material's power keeps the recursion stable when the
+    // spectrum spans more than double precision lets it resolve (deep cut-offs learnt through
+    // a low-leakage window); nothing a listener could hear lies below it.
+    std::vector<double> r (autocorrelation);
+    if (!r.empty())
+        r[0] *= 1.0 + 1.0e-9;
+    if (static_cast<int> (r.size()) >= order + 1 && r[0] > 0.0
+        && LinearPrediction::levinson (r.data(), a.data(), order - 1))
         for (int k = 0; k < order; ++k)
             model[0][k] = static_cast<float> (a[static_cast<std::size_t> (k)]);
     else

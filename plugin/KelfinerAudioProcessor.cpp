@@ -120,6 +120,11 @@ std::unique_ptr<juce::XmlElement> KelfinerAudioProcessor::productSettings() cons
     for (auto const& choice : vesk::audio::estimators)
         if (choice.estimator == deconvolution->getEstimator())
             settings->setAttribute ("estimator", choice.key);
+    const auto limits = deconvolution->getCorrectionLimits();
+    settings->setAttribute ("loudnessMatched", limits.loudnessMatched ? 1 : 0);
+    settings->setAttribute ("spareEmptyBands", limits.spareEmptyBands ? 1 : 0);
+    if (std::isfinite (limits.maximumBoostDb))
+        settings->setAttribute ("maximumBoost", static_cast<double> (limits.maximumBoostDb));
     return settings;
 }
 
@@ -132,6 +137,18 @@ void KelfinerAudioProcessor::applyProductSettings (const juce::XmlElement* setti
             if (settings->getStringAttribute ("estimator") == choice.key)
                 estimator = choice.estimator;
     deconvolution->setEstimator (estimator);
+
+    Deconvolution::CorrectionLimits limits;
+    if (settings != nullptr)
+    {
+        limits.loudnessMatched = settings->getIntAttribute ("loudnessMatched", 0) != 0;
+        limits.spareEmptyBands = settings->getIntAttribute ("spareEmptyBands", 0) != 0;
+        // Checked like every value from outside: 0 .. 48 dB, anything else means no limit.
+        const auto boost = settings->getDoubleAttribute ("maximumBoost", -1.0);
+        if (boost >= 0.0 && boost <= maximumBoostLimitDb)
+            limits.maximumBoostDb = static_cast<float> (boost);
+    }
+    deconvolution->setCorrectionLimits (limits);
 }
 
 void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data, int size)

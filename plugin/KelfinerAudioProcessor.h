@@ -50,12 +50,14 @@ public:
     static bool readFilterFile (juce::File const& file, vesk::audio::Signal32& coefficients,
                                 double& rate);
 
+    /** The largest maximum boost a setting may ask for, in dB. */
+    static constexpr double maximumBoostLimitDb = 48.0;
     /** Marks the settings record that follows the filters in the host state. */
     static constexpr std::uint64_t settingsMarker = 0x4B4C464E53455431ULL;
 
 private:
-    /** The settings beyond the public parameters (the learning estimator), as saved in states
-        and presets. Message thread. */
+    /** The settings beyond the public parameters (the learning estimator and the correction
+        limits), as saved in states and presets. Message thread. */
     std::unique_ptr<juce::XmlElement> productSettings() const;
     /** Applies saved settings; missing ones take the values states had before they existed.
         Message thread. */

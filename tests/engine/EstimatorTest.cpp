@@ -19,12 +19,13 @@ constexpr double rate = 48000.0;
 /** Learns a whole signal with the given estimator and returns the model's band levels (the
     all-pole spectrum 1/|A|^2, averaged over each third-octave band), mean removed. */
 std::vector<double> learntBands (Signal32 const& signal, Estimator estimator,
-                                 BandLevels const& bands)
+                                 BandLevels const& bands, float filterLength = 10.0f)
 {
     Deconvolution engine;
     EXPECT_TRUE (engine.setFormat (AudioFormat (2, rate), AudioFormat (2, rate)));
     engine.setEstimator (estimator);
     engine.setParameterValue (Deconvolution::estimationThresholdIndex, -80.0f, false);
+    engine.setParameterValue (Deconvolution::filterLengthIndex, filterLength, false);
     engine.learn (signal);
     Signal32 model;
     double modelRate = 0.0;
@@ -73,13 +74,19 @@ Signal32 noise (std::vector<Biquad> const& colouring, int samples, std::uint32_t
 
 TEST (LongTermSpectrumEstimator, RecoversAStationaryColouration)
 {
-    // A tilt and a resonance: every third-octave band from 100 Hz to 16 kHz within 0.5 dB.
+    // A tilt and a resonance, every third-octave band from 100 Hz to 16 kHz.
     const auto signal =
         noise ({Biquad::lowPass (4000, 0.7, rate), Biquad::peak (300, 2.0, 8.0, rate)},
                8 * static_cast<int> (rate), 3);
     const auto measured = vesk::test::thirdOctaveLevels (signal, rate, 100.0, 16000.0);
-    const auto learnt = learntBands (signal, Estimator::longTermSpectrum, measured);
-    EXPECT_LT (largestDeviation (learnt, measured.levels), 0.5);
+    // The tool's 20 ms model within 0.5 dB; the plug-in's 10 ms one resolves the 300 Hz
+    // resonance a little less sharply.
+    EXPECT_LT (largestDeviation (learntBands (signal, Estimator::longTermSpectrum, measured, 20.0f),
+                                 measured.levels),
+               0.5);
+    EXPECT_LT (largestDeviation (learntBands (signal, Estimator::longTermSpectrum, measured, 10.0f),
+                                 measured.levels),
+               1.0);
 }
 
 // Material whose spectrum changes (here it alternates between a dark and a bright sound every

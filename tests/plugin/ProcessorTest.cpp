@@ -149,7 +149,8 @@ TEST (KelfinerState, ByteLayoutOfTheSettingsBlockAndTheState)
     EXPECT_EQ (bytes[368], 0);
 
     // Empty filters: a rate and two zero counts each; then the marked settings record.
-    const juce::String settingsText = "<ProductSettings estimator=\"frames\"/>";
+    const juce::String settingsText =
+        "<ProductSettings estimator=\"frames\" loudnessMatched=\"0\" spareEmptyBands=\"0\"/>";
     const auto record = 8u + settingsText.getNumBytesAsUTF8() + 1u;
     EXPECT_EQ (stateOf (processor).getSize(), 369u + 2 * 16u + record);
     const auto state = stateOf (processor);
@@ -171,23 +172,42 @@ TEST (KelfinerState, TheEstimatorTravelsWithStatesAndPresets)
     using vesk::audio::Estimator;
     KelfinerAudioProcessor original, restored;
     original.getEngine().setEstimator (Estimator::longTermSpectrum);
+    Deconvolution::CorrectionLimits limits;
+    limits.loudnessMatched = true;
+    limits.maximumBoostDb = 9.5f;
+    original.getEngine().setCorrectionLimits (limits);
     const auto state = stateOf (original);
     restored.setStateInformation (state.getData(), static_cast<int> (state.getSize()));
     EXPECT_EQ (restored.getEngine().getEstimator(), Estimator::longTermSpectrum);
+    EXPECT_TRUE (restored.getEngine().getCorrectionLimits().loudnessMatched);
+    EXPECT_FALSE (restored.getEngine().getCorrectionLimits().spareEmptyBands);
+    EXPECT_EQ (restored.getEngine().getCorrectionLimits().maximumBoostDb, 9.5f);
 
     // A state of the earlier layout: the same bytes without the settings record.
-    const juce::String settings = "<ProductSettings estimator=\"spectrum\"/>";
-    const auto earlier = state.getSize() - (8u + settings.getNumBytesAsUTF8() + 1u);
+    auto earlier = state.getSize();
+    for (std::size_t at = 0; at + 8 < state.getSize(); ++at)
+        if (static_cast<std::uint64_t> (juce::ByteOrder::littleEndianInt64 (
+                static_cast<const char*> (state.getData()) + at))
+            == KelfinerAudioProcessor::settingsMarker)
+            earlier = at;
+    ASSERT_LT (earlier, state.getSize());
     restored.setStateInformation (state.getData(), static_cast<int> (earlier));
     EXPECT_EQ (restored.getEngine().getEstimator(), Estimator::frameModels);
+    EXPECT_FALSE (restored.getEngine().getCorrectionLimits().loudnessMatched);
+    EXPECT_FALSE (std::isfinite (restored.getEngine().getCorrectionLimits().maximumBoostDb));
 
     const auto file = juce::File::createTempFile (".xml");
     ASSERT_TRUE (original.exportToPresetFile (file));
     EXPECT_TRUE (file.loadFileAsString().contains ("estimator=\"spectrum\""));
     ASSERT_TRUE (restored.importFromPresetFile (file));
     EXPECT_EQ (restored.getEngine().getEstimator(), Estimator::longTermSpectrum);
-    file.replaceWithText (
-        file.loadFileAsString().replace ("<ProductSettings estimator=\"spectrum\"/>", ""));
+    EXPECT_EQ (restored.getEngine().getCorrectionLimits().maximumBoostDb, 9.5f);
+    auto text = file.loadFileAsString();
+    text = text.upToFirstOccurrenceOf ("<ProductSettings", false, false)
+           + text.fromFirstOccurrenceOf ("<ProductSettings", false, false)
+                 .fromFirstOccurrenceOf ("/>", false, false);
+    file.replaceWithText (text);
+    EXPECT_FALSE (text.contains ("ProductSettings")) << text;
     ASSERT_TRUE (restored.importFromPresetFile (file));
     EXPECT_EQ (restored.getEngine().getEstimator(), Estimator::frameModels) << "an older preset";
     file.deleteFile();

@@ -1,0 +1,98 @@
+#include "Deconvolution.h"
+
+#include <cmath>
+#include <complex>
+
+namespace vesk::audio
+{
+namespace
+{
+/** |H|^2 of a biquad (b0, b1, b2; 1, a1, a2) at normalised angular frequency w. */
+double biquadPower (double b0, double b1, double b2, double a1, double a2, double w)
+{
+    const std::complex<double> z1 = std::polar (1.0, -w), z2 = z1 * z1;
+    return std::norm ((b0 + b1 * z1 + b2 * z2) / (1.0 + a1 * z1 + a2 * z2));
+}
+
+/** The power response of the BS.1770 K-weighting at any rate: its high shelf and its
+    high-pass, designed from their analogue prototypes for the rate (as libebur128 does). */
+double kWeightingPower (double frequency, double rate)
+{
+    const double w = 2.0 * M_PI * frequency / rate;
+    double shelf = 0.0;
+    {
+        const double f0 = 1681.974450955533, gain = 3.999843853973347, q = 0.7071752369554196;
+        const double k = std::tan (M_PI * f0 / rate), vh = std::pow (10.0, gain / 20.0);
+        const double vb = std::pow (vh, 0.4996667741545416), a0 = 1.0 + k / q + k * k;
+        shelf = biquadPower ((vh + vb * k / q + k * k) / a0, 2.0 * (k * k - vh) / a0,
+                             (vh - vb * k / q + k * k) / a0, 2.0 * (k * k - 1.0) / a0,
+                             (1.0 - k / q + k * k) / a0, w);
+    }
+    const double f0 = 38.13547087602444, q = 0.5003270373238773;
+    const double k = std::tan (M_PI * f0 / rate), a0 = 1.0 + k / q + k * k;
+    const double highPass =
+        biquadPower (1.0, -2.0, 1.0, 2.0 * (k * k - 1.0) / a0, (1.0 - k / q + k * k) / a0, w);
+    return shelf * highPass;
+}
+} // namespace
+
+void Deconvolution::setCorrectionLimits (const CorrectionLimits& limits)
+{
+    const juce::ScopedLock lock (designLock);
+    correctionLimits = limits;
+    updateFilter();
+}
+
+Deconvolution::CorrectionLimits Deconvolution::getCorrectionLimits()
+{
+    const juce::ScopedLock lock (designLock);
+    return correctionLimits;
+}
+
+void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whitening)
+{
+    const juce::ScopedLock lock (designLock);
+    const int bins = std::min (curve.getNumSamples(), whitening.getNumSamples());
+    float* c = curve.getChannel (0);
+    const float* a = whitening.getChannel (0);
+    const double rate = sampleRate.load();
+
+    // The learnt power spectrum is 1 / |A|^2; its peak tells where "almost nothing" begins.
+    if (correctionLimits.spareEmptyBands)
+    {
+        float smallest = std::numeric_limits<float>::infinity();
+        for (int k = 1; k < bins; ++k)
+            if (binFrequencies[static_cast<std::size_t> (k)] >= 20.0f)
+                smallest = std::min (smallest, a[k]);
+        const float floor = smallest * 31622.8f; // 90 dB under the peak, in |A|
+        for (int k = 0; k < bins; ++k)
+            if (a[k] > floor)
+                c[k] = std::min (c[k], 1.0f);
+    }
+    if (std::isfinite (correctionLimits.maximumBoostDb))
+    {
+        const float most = std::pow (10.0f, correctionLimits.maximumBoostDb / 20.0f);
+        for (int k = 0; k < bins; ++k)
+            c[k] = std::min (c[k], most);
+    }
+    if (correctionLimits.loudnessMatched && rate > 0.0)
+    {
+        // K-weighted power of the material before and after the curve: their ratio is the
+        // make-up gain. Static, so it adds no latency and does not pump.
+        double before = 0.0, after = 0.0;
+        for (int k = 1; k < bins; ++k)
+        {
+            const double f = binFrequencies[static_cast<std::size_t> (k)];
+            const double power = kWeightingPower (f, rate) / (static_cast<double> (a[k]) * a[k]);
+            before += power;
+            after += power * c[k] * c[k];
+        }
+        if (after > 0.0 && std::isfinite (before / after))
+        {
+            const auto gain = static_cast<float> (std::sqrt (before / after));
+            for (int k = 0; k < bins; ++k)
+                c[k] *= gain;
+        }
+    }
+}
+} // namespace vesk::audio

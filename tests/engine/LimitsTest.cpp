@@ -1,0 +1,122 @@
+// The settings beside the design's that bound the correction: loudness kept by a static make-up
+// gain, a maximum boost, and bands that hold nothing left alone.
+#include "Deconvolution.h"
+#include "Spectra.h"
+#include "TestSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace vesk::audio;
+using vesk::test::Biquad;
+
+namespace
+{
+constexpr double rate = 48000.0;
+
+Signal32 noise (std::vector<Biquad> const& colouring, int seconds, std::uint32_t seed)
+{
+    Signal32 signal = vesk::test::whiteNoise (2, static_cast<int> (rate) * seconds, seed) * 0.3f;
+    for (auto const& section : colouring)
+        section.apply (signal);
+    return signal;
+}
+
+/** An engine that has learnt the signal (long-term spectrum) and holds it, with a profile. */
+void learn (Deconvolution& engine, Signal32 const& signal, int model,
+            Deconvolution::CorrectionLimits limits)
+{
+    ASSERT_TRUE (engine.setFormat (AudioFormat (2, rate), AudioFormat (2, rate)));
+    engine.setEstimator (Estimator::longTermSpectrum);
+    engine.setParameterValue (Deconvolution::estimationThresholdIndex, -100.0f, false);
+    engine.setParameterValue (Deconvolution::targetModelIndex, static_cast<float> (model), false);
+    engine.learn (signal);
+    engine.setParameterValue (Deconvolution::estimationModeIndex, 2.0f, false);
+    engine.setCorrectionLimits (limits);
+}
+
+float curveDbAt (Deconvolution& engine, double frequency)
+{
+    const auto curve = engine.getFilterCurve();
+    const auto k = static_cast<int> (std::lround (frequency / rate * engine.getFftSize()));
+    return 20.0f * std::log10 (curve[0][k]);
+}
+
+/** K-weighted (BS.1770, 48 kHz coefficients) mean power of a signal, in dB. */
+double kWeightedDb (Signal32 signal)
+{
+    Biquad{1.53512485958697, -2.69169618940638, 1.19839281085285, -1.69065929318241,
+           0.73248077421585}
+        .apply (signal);
+    Biquad{1.0, -2.0, 1.0, -1.99004745483398, 0.99007225036621}.apply (signal);
+    double sum = 0.0;
+    for (int c = 0; c < signal.getNumChannels(); ++c)
+        for (int n = 0; n < signal.getNumSamples(); ++n)
+            sum += static_cast<double> (signal[c][n]) * signal[c][n];
+    return 10.0 * std::log10 (sum);
+}
+
+Signal32 processAll (Deconvolution& engine, Signal32 const& signal)
+{
+    engine.reset();
+    Signal32 out (signal.getNumChannels(), signal.getNumSamples());
+    for (int done = 0; done < signal.getNumSamples(); done += 4800)
+    {
+        const auto block = engine.process (signal.extractSection (done, 4800));
+        for (int c = 0; c < 2; ++c)
+            std::copy (block[c], block[c] + 4800, out[c] + done);
+    }
+    return out;
+}
+} // namespace
+
+TEST (CorrectionLimits, LoudnessMatchedKeepsTheKWeightedLevel)
+{
+    // Dull material that the "Music" profile brightens a lot.
+    const auto signal =
+        noise ({Biquad::lowPass (1500, 0.7, rate), Biquad::lowPass (1500, 0.7, rate)}, 4, 11);
+    Deconvolution designLevel, matched;
+    learn (designLevel, signal, Deconvolution::music, {});
+    Deconvolution::CorrectionLimits limits;
+    limits.loudnessMatched = true;
+    learn (matched, signal, Deconvolution::music, limits);
+
+    const double input = kWeightedDb (signal.extractSection (9600, 4 * 48000 - 9600));
+    const auto level = [&] (Deconvolution& engine)
+    { return kWeightedDb (processAll (engine, signal).extractSection (9600, 4 * 48000 - 9600)); };
+    EXPECT_NEAR (level (matched), input, 0.5);
+    EXPECT_GT (std::fabs (level (designLevel) - input), 2.0)
+        << "the design's level matching moves the loudness of such material";
+}
+
+TEST (CorrectionLimits, MaximumBoostAndEmptyBands)
+{
+    // Content that stops at about 10 kHz, as an encoder's low-pass would leave it, and a deep
+    // (-30 dB) but living dip around 3 kHz.
+    std::vector<Biquad> cutOff (16, Biquad::lowPass (12000, 0.7, rate));
+    cutOff.push_back (Biquad::peak (3000, 0.7, -30.0, rate));
+    const auto signal = noise (cutOff, 4, 12);
+
+    Deconvolution plain;
+    learn (plain, signal, Deconvolution::music, {});
+    EXPECT_GT (curveDbAt (plain, 20000.0), 10.0) << "unlimited, the empty top is lifted a lot";
+
+    Deconvolution::CorrectionLimits spare;
+    spare.spareEmptyBands = true;
+    Deconvolution spared;
+    learn (spared, signal, Deconvolution::music, spare);
+    EXPECT_LE (curveDbAt (spared, 20000.0), 0.01f) << "nothing there: left as it is";
+    EXPECT_GT (curveDbAt (spared, 3000.0), curveDbAt (spared, 1000.0) + 5.0)
+        << "the dip still carries signal and is restored";
+    EXPECT_NEAR (curveDbAt (spared, 3000.0), curveDbAt (plain, 3000.0), 0.01)
+        << "as far as without the limit";
+
+    Deconvolution::CorrectionLimits bounded;
+    bounded.maximumBoostDb = 6.0f;
+    Deconvolution limited;
+    learn (limited, signal, Deconvolution::music, bounded);
+    const auto curve = limited.getFilterCurve();
+    for (int k = 0; k < curve.getNumSamples(); ++k)
+        ASSERT_LE (curve[0][k], std::pow (10.0f, 6.0f / 20.0f) * 1.0001f) << k;
+}
