@@ -19,14 +19,6 @@ namespace
 {
 constexpr double rate = 48000.0;
 
-Signal32 colouredNoise (std::vector<Biquad> const& colouring, int seconds, std::uint32_t seed)
-{
-    Signal32 noise = vesk::test::whiteNoise (2, static_cast<int> (rate) * seconds, seed) * 0.3f;
-    for (auto const& section : colouring)
-        section.apply (noise);
-    return noise;
-}
-
 /** Learns from the first signal, holds, and returns the output for the second. */
 Signal32 learnThenHold (float targetModel, Signal32 const& learnFrom, Signal32 const& thenProcess)
 {
@@ -105,8 +97,9 @@ TEST_P (FixedProfileFollowsTheTarget, FromMuffledAndFromHarshMaterial)
                                                       {Biquad::peak (3000, 1.0, 9.0, rate)}};
     for (std::size_t i = 0; i < colourings.size(); ++i)
     {
-        const auto learn = colouredNoise (colourings[i], 4, 1);
-        const auto play = colouredNoise (colourings[i], 6, 2);
+        const auto learn =
+            vesk::test::colouredNoise (colourings[i], 4 * static_cast<int> (rate), 1);
+        const auto play = vesk::test::colouredNoise (colourings[i], 6 * static_cast<int> (rate), 2);
         const auto before = vesk::test::thirdOctaveLevels (play, rate, 100, 10000);
         const auto out = learnThenHold (static_cast<float> (model), learn, play);
         const auto after = vesk::test::thirdOctaveLevels (out, rate, 100, 10000, 4800);
@@ -123,8 +116,8 @@ TEST (AutomaticProfile, RemovesNarrowColouringAndKeepsTheBroadTilt)
     // A broad tilt (12 dB/oct above 1 kHz) with a narrow +9 dB resonance at 3 kHz on top.
     const std::vector<Biquad> colouring{Biquad::lowPass (1000, 0.5, rate),
                                         Biquad::peak (3000, 4.0, 9.0, rate)};
-    const auto learn = colouredNoise (colouring, 4, 3);
-    const auto play = colouredNoise (colouring, 6, 4);
+    const auto learn = vesk::test::colouredNoise (colouring, 4 * static_cast<int> (rate), 3);
+    const auto play = vesk::test::colouredNoise (colouring, 6 * static_cast<int> (rate), 4);
     const auto before = vesk::test::thirdOctaveLevels (play, rate, 100, 10000);
     const auto out = learnThenHold (0.0f, learn, play);
     const auto after = vesk::test::thirdOctaveLevels (out, rate, 100, 10000, 4800);

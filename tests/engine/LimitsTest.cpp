@@ -15,14 +15,6 @@ namespace
 {
 constexpr double rate = 48000.0;
 
-Signal32 noise (std::vector<Biquad> const& colouring, int seconds, std::uint32_t seed)
-{
-    Signal32 signal = vesk::test::whiteNoise (2, static_cast<int> (rate) * seconds, seed) * 0.3f;
-    for (auto const& section : colouring)
-        section.apply (signal);
-    return signal;
-}
-
 /** An engine that has learnt the signal (long-term spectrum) and holds it, with a profile. */
 void learn (Deconvolution& engine, Signal32 const& signal, int model,
             Deconvolution::CorrectionLimits limits)
@@ -74,8 +66,9 @@ Signal32 processAll (Deconvolution& engine, Signal32 const& signal)
 TEST (CorrectionLimits, LoudnessMatchedKeepsTheKWeightedLevel)
 {
     // Dull material that the "Music" profile brightens a lot.
-    const auto signal =
-        noise ({Biquad::lowPass (1500, 0.7, rate), Biquad::lowPass (1500, 0.7, rate)}, 4, 11);
+    const auto signal = vesk::test::colouredNoise (
+        {Biquad::lowPass (1500, 0.7, rate), Biquad::lowPass (1500, 0.7, rate)},
+        4 * static_cast<int> (rate), 11);
     Deconvolution designLevel, matched;
     learn (designLevel, signal, Deconvolution::music, {});
     Deconvolution::CorrectionLimits limits;
@@ -96,7 +89,7 @@ TEST (CorrectionLimits, MaximumBoostAndEmptyBands)
     // (-30 dB) but living dip around 3 kHz.
     std::vector<Biquad> cutOff (16, Biquad::lowPass (12000, 0.7, rate));
     cutOff.push_back (Biquad::peak (3000, 0.7, -30.0, rate));
-    const auto signal = noise (cutOff, 4, 12);
+    const auto signal = vesk::test::colouredNoise (cutOff, 4 * static_cast<int> (rate), 12);
 
     Deconvolution plain;
     learn (plain, signal, Deconvolution::music, {});

@@ -2,6 +2,7 @@
 
 #include "FourierTransform.h"
 #include "Signal.h"
+#include "TestSignals.h"
 #include "WindowFunctions.h"
 
 #include <cmath>
@@ -56,6 +57,17 @@ struct Biquad
         }
     }
 };
+
+/** Stereo white noise at 0.3 of full scale through a chain of biquads: stationary coloured
+    material whose colour is known exactly. */
+inline audio::Signal32 colouredNoise (std::vector<Biquad> const& colouring, int samples,
+                                      std::uint32_t seed)
+{
+    audio::Signal32 signal = whiteNoise (2, samples, seed) * 0.3f;
+    for (auto const& section : colouring)
+        section.apply (signal);
+    return signal;
+}
 
 /** Long-term power spectrum (Hamming-windowed frames of 8192, half overlap, channels summed as
     powers), then levels in dB of third-octave bands centred at 1000 * 2^(k/3) Hz. */
