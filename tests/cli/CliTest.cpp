@@ -78,6 +78,32 @@ double deviationFrom (juce::String const& summary, bool after)
     return (after ? tail.fromFirstOccurrenceOf ("->", false, false) : tail).trim().getDoubleValue();
 }
 
+/** Peak, full-scale samples and energy of a written file. */
+struct Levels
+{
+    float peak = 0.0f;
+    int clipped = 0;
+    double energy = 0.0;
+    int samples = 0;
+};
+
+Levels levelsOf (juce::File const& file)
+{
+    double rate = 0;
+    int bits = 0;
+    const auto output = readWav (file, rate, bits);
+    Levels levels;
+    levels.samples = output.getNumSamples();
+    for (int c = 0; c < output.getNumChannels(); ++c)
+        for (int n = 0; n < output.getNumSamples(); ++n)
+        {
+            levels.peak = std::max (levels.peak, std::abs (output[c][n]));
+            levels.clipped += std::abs (output[c][n]) >= 0.999f ? 1 : 0;
+            levels.energy += static_cast<double> (output[c][n]) * output[c][n];
+        }
+    return levels;
+}
+
 class Folder
 {
 public:
@@ -297,19 +323,9 @@ TEST (KelfinerTool, PresetValuesAreCheckedLikeEveryOtherEntrance)
                                     "-90", "--preset", files ("p.xml").getFullPathName()});
         ASSERT_EQ (run.exitCode, 0) << run.output;
         EXPECT_FALSE (run.output.containsIgnoreCase ("nan")) << run.output;
-        double rate = 0;
-        int bits = 0;
-        const auto output = readWav (files ("out.wav"), rate, bits);
-        int fullScale = 0;
-        double energy = 0.0;
-        for (int c = 0; c < output.getNumChannels(); ++c)
-            for (int n = 0; n < output.getNumSamples(); ++n)
-            {
-                fullScale += std::abs (output[c][n]) > 0.999f ? 1 : 0;
-                energy += output[c][n] * output[c][n];
-            }
-        EXPECT_LT (fullScale, output.getNumSamples() / 100) << "gain " << gain;
-        EXPECT_GT (energy, 0.01) << "gain " << gain << ", filter length " << length;
+        const auto levels = levelsOf (files ("out.wav"));
+        EXPECT_LT (levels.clipped, levels.samples / 100) << "gain " << gain;
+        EXPECT_GT (levels.energy, 0.01) << "gain " << gain << ", filter length " << length;
     }
 }
 
@@ -337,17 +353,9 @@ TEST (KelfinerTool, LoudnessAndPeaksAreKeptByDefault)
         args.addArray (extra);
         const auto run = kelfiner (args);
         EXPECT_EQ (run.exitCode, 0) << run.output;
-        double rate = 0;
-        int bits = 0;
-        const auto output = readWav (files ("out.wav"), rate, bits);
-        float peak = 0.0f;
-        int clipped = 0;
-        for (int c = 0; c < output.getNumChannels(); ++c)
-            for (int n = 0; n < output.getNumSamples(); ++n)
-            {
-                peak = std::max (peak, std::abs (output[c][n]));
-                clipped += std::abs (output[c][n]) >= 0.9999f ? 1 : 0;
-            }
+        const auto levels = levelsOf (files ("out.wav"));
+        const float peak = levels.peak;
+        const int clipped = levels.clipped;
         const auto loudness = run.output.fromLastOccurrenceOf ("loudness", false, false);
         const double in = loudness.getDoubleValue();
         const double out = loudness.fromFirstOccurrenceOf ("->", false, false).getDoubleValue();
