@@ -292,6 +292,9 @@ void FirFilter::prepareResponse (Signal32 const& ir, PreparedResponse& prepared)
         if (prepared.scratch.getNumSamples() < partition->getTransformLength())
             prepared.scratch = Signal32 (1, partition->getTransformLength());
     }
+    // Sets left over from a layout with more partitions are given back before they are dropped.
+    for (std::size_t i = all.size(); i < prepared.spectra.size(); ++i)
+        freeAll (prepared.spectra[i]);
     prepared.spectra.resize (all.size());
     const std::vector<Signal32> irs{ir};
     for (std::size_t i = 0; i < all.size(); ++i)
