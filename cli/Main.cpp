@@ -25,7 +25,10 @@ options:
   --reference REF      learn the custom target from another recording
   --estimator NAME     spectrum (the long-term spectrum, default) or frames (each frame's
                        model, averaged: the plug-in's original way)
-  --threshold DB       learning threshold (-112 .. -12, default -36)
+  --threshold DB       learning threshold (-112 .. -12; default -70 with the spectrum
+                       estimator and no preset, else -36 as in the plug-in)
+  --smoothing OCT      smooth the correction over this many octaves (0 .. 2; default 1/3
+                       with the spectrum estimator, else 0)
   --filter-length MS   model length (1 .. 20; default 20 with the spectrum estimator and no
                        preset, else 10 as in the plug-in)
   --gain DB            master gain (-24 .. 24)
@@ -138,6 +141,14 @@ Arguments parse (juce::StringArray const& args)
             if (!(*parsed.settings.maximumBoostDb >= 0.0f
                   && *parsed.settings.maximumBoostDb <= 48.0f))
                 throw UsageError{"--max-boost takes 0 .. 48 dB, not " + text};
+        }
+        else if (arg == "--smoothing")
+        {
+            const auto text = value();
+            parsed.settings.smoothingOctaves = number (text, arg);
+            if (!(*parsed.settings.smoothingOctaves >= 0.0f
+                  && *parsed.settings.smoothingOctaves <= 2.0f))
+                throw UsageError{"--smoothing takes 0 .. 2 octaves, not " + text};
         }
         else if (arg == "--lift-empty-bands")
             parsed.settings.spareEmptyBands = false;

@@ -22,6 +22,8 @@ struct JobSettings
     bool force = false;
     /** No bin lifted by more than this (dB); none: no limit. */
     std::optional<float> maximumBoostDb;
+    /** Smoothing of the correction, in octaves; none: the tool's default for the estimator. */
+    std::optional<float> smoothingOctaves;
     /** Bands that hold nothing (60 dB under the learnt spectrum's peak) are not lifted. */
     bool spareEmptyBands = true;
     /** The output's integrated loudness is brought back to the input's. */

@@ -126,6 +126,10 @@ public:
             encoder's cut-off) are not lifted at all; attenuated bands that still carry signal
             are. */
         bool spareEmptyBands = false;
+        /** The correction is averaged (in dB) over this many octaves around each frequency,
+            so that it follows the material's balance rather than the harmonics of the notes
+            or voices that happened to be learnt; 0: not smoothed. */
+        float smoothingOctaves = 0.0f;
     };
     /** Any thread but the audio thread; redesigns. */
     void setCorrectionLimits (const CorrectionLimits& limits);
@@ -175,6 +179,8 @@ public:
     /** Designs the correction filter from the latest estimate and hands it to the audio thread.
      */
     void updateFilter();
+    /** Smooths a correction curve as the limits ask. */
+    void smoothCorrection (Signal32& curve);
     /** Applies the correction limits to a curve, given the source's whitening magnitudes. */
     void applyCorrectionLimits (Signal32& curve, const Signal32& whitening);
     /** One minimum-phase impulse response of 50 ms per channel of magnitudes. */

@@ -196,6 +196,7 @@ void Deconvolution::updateFilter()
         Signal32 correction = source * targetMagnitudes;
 
         sanitise (correction);
+        smoothCorrection (correction);
 
         // Level matching. The bin weights average 1, so dividing by the mean of the weighted curve
         // gives the correction a weighted mean of 1: learning changes the colour, not the loudness.

@@ -49,6 +49,37 @@ Deconvolution::CorrectionLimits Deconvolution::getCorrectionLimits()
     return correctionLimits;
 }
 
+void Deconvolution::smoothCorrection (Signal32& curve)
+{
+    const juce::ScopedLock lock (designLock);
+    const double octaves = correctionLimits.smoothingOctaves;
+    if (!(octaves > 0.0))
+        return;
+    // A running geometric mean over a window of constant width in octaves, from prefix sums of
+    // the log curve: linear in the number of bins whatever the width.
+    const int bins = curve.getNumSamples();
+    std::vector<double> prefix (static_cast<std::size_t> (bins) + 1, 0.0);
+    float* c = curve.getChannel (0);
+    for (int k = 0; k < bins; ++k)
+        prefix[static_cast<std::size_t> (k) + 1] =
+            prefix[static_cast<std::size_t> (k)] + std::log (std::max (c[k], 1.0e-10f));
+    const double binWidth = sampleRate.load() / fftSize, half = std::pow (2.0, octaves / 2.0);
+    std::vector<float> smoothed (static_cast<std::size_t> (bins));
+    for (int k = 0; k < bins; ++k)
+    {
+        const double f = std::max (k * binWidth, 20.0);
+        const int lo =
+            std::clamp (static_cast<int> (std::floor (f / half / binWidth)), 0, bins - 1);
+        const int hi =
+            std::clamp (static_cast<int> (std::ceil (f * half / binWidth)), lo, bins - 1);
+        const double sum =
+            prefix[static_cast<std::size_t> (hi) + 1] - prefix[static_cast<std::size_t> (lo)];
+        smoothed[static_cast<std::size_t> (k)] =
+            static_cast<float> (std::exp (sum / (hi - lo + 1)));
+    }
+    std::copy (smoothed.begin(), smoothed.end(), c);
+}
+
 void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whitening)
 {
     const juce::ScopedLock lock (designLock);

@@ -125,6 +125,8 @@ std::unique_ptr<juce::XmlElement> KelfinerAudioProcessor::productSettings() cons
     settings->setAttribute ("spareEmptyBands", limits.spareEmptyBands ? 1 : 0);
     if (std::isfinite (limits.maximumBoostDb))
         settings->setAttribute ("maximumBoost", static_cast<double> (limits.maximumBoostDb));
+    if (limits.smoothingOctaves > 0.0f)
+        settings->setAttribute ("smoothingOctaves", static_cast<double> (limits.smoothingOctaves));
     return settings;
 }
 
@@ -147,6 +149,10 @@ void KelfinerAudioProcessor::applyProductSettings (const juce::XmlElement* setti
         const auto boost = settings->getDoubleAttribute ("maximumBoost", -1.0);
         if (boost >= 0.0 && boost <= maximumBoostLimitDb)
             limits.maximumBoostDb = static_cast<float> (boost);
+        // 0 .. 2 octaves; anything else means no smoothing.
+        const auto smoothing = settings->getDoubleAttribute ("smoothingOctaves", 0.0);
+        if (smoothing > 0.0 && smoothing <= 2.0)
+            limits.smoothingOctaves = static_cast<float> (smoothing);
     }
     deconvolution->setCorrectionLimits (limits);
 }

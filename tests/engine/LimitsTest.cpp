@@ -113,3 +113,24 @@ TEST (CorrectionLimits, MaximumBoostAndEmptyBands)
     for (int k = 0; k < curve.getNumSamples(); ++k)
         ASSERT_LE (curve[0][k], std::pow (10.0f, 6.0f / 20.0f) * 1.0001f) << k;
 }
+
+// Smoothing spreads a narrow correction over the octaves asked for: a sharp resonance of the
+// material is answered by a broad, shallower cut around it.
+TEST (CorrectionLimits, SmoothingWidensNarrowCorrections)
+{
+    const auto signal = vesk::test::colouredNoise ({Biquad::peak (1000, 10.0, 12.0, rate)},
+                                                   4 * static_cast<int> (rate), 13);
+    const auto dipDepth = [&] (float octaves)
+    {
+        Deconvolution::CorrectionLimits limits;
+        limits.smoothingOctaves = octaves;
+        Deconvolution engine;
+        learn (engine, signal, 6, limits); // the flat target: the correction is the inverse
+        return 0.5f * (curveDbAt (engine, 707.0) + curveDbAt (engine, 1414.0))
+               - curveDbAt (engine, 1000.0);
+    };
+    const float sharp = dipDepth (0.0f), smoothed = dipDepth (1.0f);
+    EXPECT_GT (sharp, 8.0f);
+    EXPECT_LT (smoothed, 0.5f * sharp);
+    EXPECT_GT (smoothed, 0.5f) << "still a cut where the resonance was";
+}

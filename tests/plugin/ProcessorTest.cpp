@@ -175,6 +175,7 @@ TEST (KelfinerState, TheEstimatorTravelsWithStatesAndPresets)
     Deconvolution::CorrectionLimits limits;
     limits.loudnessMatched = true;
     limits.maximumBoostDb = 9.5f;
+    limits.smoothingOctaves = 0.25f;
     original.getEngine().setCorrectionLimits (limits);
     const auto state = stateOf (original);
     restored.setStateInformation (state.getData(), static_cast<int> (state.getSize()));
@@ -182,6 +183,7 @@ TEST (KelfinerState, TheEstimatorTravelsWithStatesAndPresets)
     EXPECT_TRUE (restored.getEngine().getCorrectionLimits().loudnessMatched);
     EXPECT_FALSE (restored.getEngine().getCorrectionLimits().spareEmptyBands);
     EXPECT_EQ (restored.getEngine().getCorrectionLimits().maximumBoostDb, 9.5f);
+    EXPECT_EQ (restored.getEngine().getCorrectionLimits().smoothingOctaves, 0.25f);
 
     // A state of the earlier layout: the same bytes without the settings record.
     auto earlier = state.getSize();
