@@ -304,6 +304,14 @@ Signal32 kelfiner (Signal32 const& input, Signal32 const& reference, Estimator e
         engine.setEstimator (estimator);
         engine.setParameterValue (Deconvolution::filterLengthIndex, filterLength, false);
         engine.setParameterValue (Deconvolution::enableAnalyzersIndex, 0.0f, false);
+        if (estimator == Estimator::longTermSpectrum)
+        {
+            // The tool's defaults with this estimator.
+            engine.setParameterValue (Deconvolution::estimationThresholdIndex, -70.0f, false);
+            Deconvolution::CorrectionLimits limits;
+            limits.smoothingOctaves = 1.0f / 3.0f;
+            engine.setCorrectionLimits (limits);
+        }
     };
     Deconvolution learner;
     prepare (learner);
