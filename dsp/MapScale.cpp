@@ -11,14 +11,17 @@ void MapScale::createLinearRescaleMap (int inputSize, int outputSize, double ste
         float pos = static_cast<float> (j * step);
         if (!(pos >= 0.0f))
             pos = 0.0f;
-        const int i = static_cast<int> (pos);
+        // Positions past the input are settled before any conversion to int: a huge step (a
+        // filter stored at an absurdly low rate) would overflow it and index far outside.
+        const bool pastEnd = !(pos < static_cast<float> (inputSize - 1));
+        const int i = pastEnd ? inputSize - 1 : static_cast<int> (pos);
         const float frac = pos - static_cast<float> (i);
         if (inputSize <= 0)
         {
             entry.first = entry.end = 0; // nothing to read: the output is 0
             entry.weights.clear();
         }
-        else if (i >= inputSize - 1)
+        else if (pastEnd)
         {
             entry.first = inputSize - 1;
             entry.end = entry.first + 1;

@@ -186,13 +186,15 @@ void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data
         {
             const double sourceRate = in.readDouble();
             const auto source = deserializeSignal (in);
-            deconvolution->setSourceFilter (source, sourceRate);
+            if (source.isEmpty() || isPlausibleFilterRate (sourceRate))
+                deconvolution->setSourceFilter (source, sourceRate);
         }
         if (in.getNumBytesRemaining() >= 16)
         {
             const double targetRate = in.readDouble();
             const auto target = deserializeSignal (in);
-            deconvolution->setTargetFilter (target, targetRate);
+            if (target.isEmpty() || isPlausibleFilterRate (targetRate))
+                deconvolution->setTargetFilter (target, targetRate);
         }
     }
     updateSetStateTime();
@@ -233,6 +235,8 @@ void KelfinerAudioProcessor::parseCustomDataXmlElement (juce::XmlElement* custom
             continue;
         juce::MemoryInputStream in (decoded, false);
         const auto signal = deserializeSignal (in);
+        if (!signal.isEmpty() && !isPlausibleFilterRate (rate))
+            continue;
         if (juce::String (tag) == "SourceFilter")
             deconvolution->setSourceFilter (signal, rate);
         else
@@ -266,7 +270,7 @@ bool KelfinerAudioProcessor::readFilterFile (juce::File const& file, Signal32& c
     juce::MemoryInputStream in (data, false);
     rate = in.readDouble();
     coefficients = deserializeSignal (in);
-    return coefficients.hasStorage() && std::isfinite (rate) && rate > 0.0;
+    return coefficients.hasStorage() && isPlausibleFilterRate (rate);
 }
 
 juce::AudioProcessor* JUCE_CALLTYPE createPluginFilter() { return new KelfinerAudioProcessor(); }

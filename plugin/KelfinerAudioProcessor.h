@@ -3,6 +3,8 @@
 #include "BasePlugInProcessor.h"
 #include "Deconvolution.h"
 
+#include <cmath>
+
 /** Kelfiner's processor: the deconvolution engine behind 43 public parameters, with the learnt
     source filter and the custom target filter kept in the host state and in presets. */
 class KelfinerAudioProcessor : public BasePlugInProcessor
@@ -42,6 +44,14 @@ public:
     /** Reads a signal record. A record whose counts are negative, absurd or larger than the
         bytes that remain is read as an empty signal. Any thread. */
     static vesk::audio::Signal32 deserializeSignal (juce::MemoryInputStream& stream);
+
+    /** Whether a stored filter's rate is one audio is made at (1 kHz to 1 MHz). Filters with
+        other rates are refused wherever they enter: a rate of 1e-9 Hz once meant a rescale by
+        10^13. Any thread. */
+    static bool isPlausibleFilterRate (double rate) noexcept
+    {
+        return std::isfinite (rate) && rate >= 1000.0 && rate <= 1.0e6;
+    }
 
     /** Reads and writes `*.filter` files: a sample rate (double) and a signal record. Writes
         through a temporary file, so a failed write leaves the old file. Any thread. */

@@ -98,4 +98,16 @@ TEST (MapScale, LinearWeightsAndTheLastValueBeyondTheInput)
 
     map.createLinearRescaleMap (5, 0, 1.0);
     EXPECT_EQ (map.apply (in).getNumSamples(), 0);
+
+    // Steps far beyond what an int holds (a filter stored at 1e-9 Hz, mapped to 48 kHz) read the
+    // last value, never outside the input; so do infinite and NaN steps (held at the first).
+    for (const double step : {4.8e13, 1.0e300, HUGE_VAL})
+    {
+        map.createLinearRescaleMap (5, 4, step);
+        const auto far = map.apply (in);
+        EXPECT_FLOAT_EQ (far[0][0], 0.0f) << step;
+        EXPECT_FLOAT_EQ (far[0][3], 16.0f) << step;
+    }
+    map.createLinearRescaleMap (5, 4, std::nan (""));
+    EXPECT_FLOAT_EQ (map.apply (in)[0][3], 0.0f);
 }

@@ -215,6 +215,55 @@ TEST (KelfinerState, TheEstimatorTravelsWithStatesAndPresets)
     file.deleteFile();
 }
 
+// A stored filter at a rate no audio has (1e-9 Hz once made a rescale by 10^13 and crashed the
+// host on project restore) is refused at every entrance; the processor keeps running.
+TEST (KelfinerState, FiltersAtImplausibleRatesAreRefused)
+{
+    KelfinerAudioProcessor processor;
+    processor.prepareToPlay (48000.0, 256);
+    for (const double rate : {1.0e-9, 0.05, 1.0e-300, 5.0e7})
+    {
+        juce::MemoryOutputStream state;
+        state.write ("KSEV", 4);
+        state.writeInt (static_cast<int> (KelfinerAudioProcessor::code));
+        state.writeInt (0x010000);
+        state.writeInt (0);
+        state.writeDouble (rate);
+        state.writeInt (1);
+        state.writeInt (4);
+        for (float tap : {1.0f, -0.5f, 0.25f, 0.0f})
+            state.writeFloat (tap);
+        processor.setStateInformation (state.getData(), static_cast<int> (state.getDataSize()));
+        Signal32 source;
+        double sourceRate = 0.0;
+        processor.getEngine().getSourceFilter (source, sourceRate);
+        EXPECT_TRUE (source.isEmpty()) << rate;
+
+        const auto file = juce::File::createTempFile (".filter");
+        ASSERT_TRUE (KelfinerAudioProcessor::writeFilterFile (file, Signal32 (1, 4, 0.5f), rate));
+        Signal32 read;
+        double readRate = 0.0;
+        EXPECT_FALSE (KelfinerAudioProcessor::readFilterFile (file, read, readRate)) << rate;
+        file.deleteFile();
+    }
+    juce::AudioBuffer<float> block (2, 256);
+    block.clear();
+    juce::MidiBuffer midi;
+    processor.processBlock (block, midi);
+
+    juce::MemoryOutputStream record;
+    KelfinerAudioProcessor::serializeSignal (Signal32 (1, 4, 0.5f), record);
+    juce::XmlElement custom ("CustomData");
+    auto* source = custom.createNewChildElement ("SourceFilter");
+    source->setAttribute ("sampleRate", "1e-9");
+    source->setAttribute ("binaryData", record.getMemoryBlock().toBase64Encoding());
+    processor.parseCustomDataXmlElement (&custom);
+    Signal32 after;
+    double afterRate = 0.0;
+    processor.getEngine().getSourceFilter (after, afterRate);
+    EXPECT_TRUE (after.isEmpty()) << "a preset's filter at 1e-9 Hz is refused too";
+}
+
 TEST (KelfinerState, RestoresParametersFiltersAndPresetName)
 {
     KelfinerAudioProcessor original;
