@@ -1,4 +1,5 @@
 #include "BasePlugInProcessor.h"
+#include "UntrustedXml.h"
 
 // Preset files and the preset list offered to the host as programs.
 
@@ -32,7 +33,7 @@ bool BasePlugInProcessor::exportToPresetFile (const juce::File& file)
 
 bool BasePlugInProcessor::importFromPresetFile (const juce::File& file)
 {
-    auto document = juce::XmlDocument::parse (file);
+    auto document = parseUntrustedXml (file);
     if (document == nullptr)
         return false;
     auto* settings = document->getChildByName ("ParameterSettings");

@@ -1,6 +1,7 @@
 #include "KelfinerAudioProcessor.h"
 
 #include "KelfinerAudioProcessorEditor.h"
+#include "UntrustedXml.h"
 
 using vesk::audio::Deconvolution;
 using vesk::audio::Signal32;
@@ -177,7 +178,10 @@ void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data
             }
             if (ahead.getNumBytesRemaining() > 8
                 && static_cast<std::uint64_t> (ahead.readInt64()) == settingsMarker)
-                settings = juce::parseXML (ahead.readString());
+            {
+                const auto text = ahead.readString().toStdString();
+                settings = parseUntrustedXml (text.data(), text.size());
+            }
         }
         applyProductSettings (settings.get());
 

@@ -1,6 +1,7 @@
 #include "AllocationGuard.h"
 #include "KelfinerAudioProcessor.h"
 #include "TestSignals.h"
+#include "UntrustedXml.h"
 
 #include <gtest/gtest.h>
 
@@ -764,4 +765,40 @@ TEST (KelfinerStreaming, ReblockingThroughTheOutputQueueWithAnEngineThatReportsA
 
     juce::AudioBuffer<float> empty (2, 0);
     processor.processBlock (empty, midi); // nothing happens
+}
+
+// XML from outside is checked before JUCE's reader sees it: a document nested 200000 deep once
+// overflowed the stack, and an invalid UTF-8 byte made the reader run past its buffer.
+TEST (UntrustedXml, DepthSizeAndEncodingAreCheckedFirst)
+{
+    const auto parse = [] (std::string const& text)
+    { return parseUntrustedXml (text.data(), text.size()); };
+    EXPECT_NE (parse ("<Preset a=\"x > y\"><b/><!-- <c> --><d><![CDATA[<e>]]></d></Preset>"),
+               nullptr);
+
+    std::string deep = "<Preset>";
+    for (int i = 0; i < 200000; ++i)
+        deep += "<a>";
+    EXPECT_EQ (parse (deep), nullptr);
+    std::string allowed = "<Preset>";
+    for (int i = 1; i < untrustedXml::maximumDepth; ++i)
+        allowed += "<a>";
+    for (int i = 1; i < untrustedXml::maximumDepth; ++i)
+        allowed += "</a>";
+    EXPECT_NE (parse (allowed + "</Preset>"), nullptr) << "as deep as allowed";
+
+    EXPECT_EQ (parse ("<a>\xff"), nullptr);
+    EXPECT_EQ (parse (std::string ("<a>\0</a>", 8)), nullptr);
+    EXPECT_EQ (parse ("<a>" + std::string (untrustedXml::maximumBytes, ' ') + "</a>"), nullptr);
+
+    // The plug-in's preset entrance refuses such files and keeps its settings.
+    KelfinerAudioProcessor processor;
+    processor.setParameter (4, 0.75f);
+    const auto file = juce::File::createTempFile (".xml");
+    file.replaceWithText (juce::String (deep));
+    EXPECT_FALSE (processor.importFromPresetFile (file));
+    file.replaceWithData ("<a>\xff", 4);
+    EXPECT_FALSE (processor.importFromPresetFile (file));
+    file.deleteFile();
+    EXPECT_NEAR (processor.getParameter (4), 0.75f, 1e-6f);
 }

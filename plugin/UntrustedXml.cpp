@@ -1,0 +1,90 @@
+#include "UntrustedXml.h"
+
+namespace
+{
+/** The deepest nesting of elements, counted without parsing: comments, processing
+    instructions, declarations and CDATA are skipped, and quoted attribute values are passed
+    over. Returns more than the limit as soon as it is exceeded. */
+int nestingDepth (const char* text, std::size_t size)
+{
+    int depth = 0, deepest = 0;
+    const auto startsWith = [&] (std::size_t at, const char* prefix)
+    {
+        const auto length = std::strlen (prefix);
+        return at + length <= size && std::memcmp (text + at, prefix, length) == 0;
+    };
+    const auto skipPast = [&] (std::size_t at, const char* end)
+    {
+        const auto length = std::strlen (end);
+        for (; at + length <= size; ++at)
+            if (std::memcmp (text + at, end, length) == 0)
+                return at + length;
+        return size;
+    };
+    for (std::size_t i = 0; i < size;)
+    {
+        if (text[i] != '<')
+        {
+            ++i;
+            continue;
+        }
+        if (startsWith (i, "<!--"))
+            i = skipPast (i, "-->");
+        else if (startsWith (i, "<![CDATA["))
+            i = skipPast (i, "]]>");
+        else if (startsWith (i, "<?") || startsWith (i, "<!"))
+            i = skipPast (i, ">");
+        else if (startsWith (i, "</"))
+        {
+            --depth;
+            i = skipPast (i, ">");
+        }
+        else
+        {
+            // An opening tag: find its end outside quotes; "/>" closes it at once.
+            char quote = 0;
+            std::size_t j = i + 1;
+            for (; j < size; ++j)
+            {
+                if (quote != 0)
+                    quote = text[j] == quote ? 0 : quote;
+                else if (text[j] == '"' || text[j] == '\'')
+                    quote = text[j];
+                else if (text[j] == '>')
+                    break;
+            }
+            const bool selfClosing = j < size && j > i && text[j - 1] == '/';
+            if (!selfClosing)
+                deepest = std::max (deepest, ++depth);
+            if (deepest > untrustedXml::maximumDepth)
+                return deepest;
+            i = j + 1;
+        }
+    }
+    return deepest;
+}
+} // namespace
+
+std::unique_ptr<juce::XmlElement> parseUntrustedXml (const void* data, std::size_t size)
+{
+    if (data == nullptr || size == 0 || size > untrustedXml::maximumBytes)
+        return nullptr;
+    const auto* text = static_cast<const char*> (data);
+    if (std::memchr (text, 0, size) != nullptr
+        || !juce::CharPointer_UTF8::isValidString (text, static_cast<int> (size)))
+        return nullptr;
+    if (nestingDepth (text, size) > untrustedXml::maximumDepth)
+        return nullptr;
+    return juce::parseXML (juce::String::fromUTF8 (text, static_cast<int> (size)));
+}
+
+std::unique_ptr<juce::XmlElement> parseUntrustedXml (const juce::File& file)
+{
+    if (!file.existsAsFile()
+        || file.getSize() > static_cast<juce::int64> (untrustedXml::maximumBytes))
+        return nullptr;
+    juce::MemoryBlock data;
+    if (!file.loadFileAsData (data))
+        return nullptr;
+    return parseUntrustedXml (data.getData(), data.getSize());
+}
