@@ -202,6 +202,30 @@ juce::String summary (juce::File const& in, juce::File const& out, JobResult con
            + ")";
 }
 
+/** What stops a run before it starts: an output that is also something the run reads (never
+    allowed, --force or not), two results bound for one file, or an existing file without
+    --force. Empty when all is well. */
+juce::String checkOutputs (juce::Array<juce::File> const& reads,
+                           juce::Array<juce::File> const& writes, bool force)
+{
+    const auto same = [] (juce::File const& a, juce::File const& b)
+    { return a.getLinkedTarget().getFullPathName() == b.getLinkedTarget().getFullPathName(); };
+    for (int i = 0; i < writes.size(); ++i)
+    {
+        for (auto const& read : reads)
+            if (same (writes[i], read))
+                return writes[i].getFullPathName()
+                       + " is read by this run; it cannot also be an output";
+        for (int j = 0; j < i; ++j)
+            if (same (writes[i], writes[j]))
+                return "two results would be written to " + writes[i].getFullPathName()
+                       + "; nothing was written";
+        if (!force && writes[i].exists())
+            return "output exists (use --force to replace it): " + writes[i].getFullPathName();
+    }
+    return {};
+}
+
 int process (Arguments const& args)
 {
     if (args.inputs.isEmpty() || args.output == juce::File())
@@ -244,6 +268,25 @@ int process (Arguments const& args)
         else
             task->output = args.output;
         tasks.push_back (std::move (task));
+    }
+
+    juce::Array<juce::File> reads, writes;
+    for (auto const& file :
+         {args.settings.preset, args.settings.targetFilter, args.settings.reference})
+        if (file != juce::File())
+            reads.add (file);
+    for (auto& task : tasks)
+    {
+        reads.add (task->input);
+        for (auto const& file : {task->output, task->settings.plot, task->settings.saveFilter})
+            if (file != juce::File())
+                writes.add (file);
+    }
+    if (const auto problem = checkOutputs (reads, writes, args.settings.force);
+        problem.isNotEmpty())
+    {
+        std::fprintf (stderr, "error: %s\n", problem.toRawUTF8());
+        return 2;
     }
 
     // Several files at once, one per core: each job is independent and single-threaded.
@@ -298,11 +341,13 @@ int learn (Arguments const& args)
 {
     if (args.inputs.size() != 1 || args.output == juce::File())
         throw UsageError{"learn needs one input and -o F.filter"};
-    if (args.output.exists() && !args.settings.force)
+    const auto problem =
+        checkOutputs ({juce::File::getCurrentWorkingDirectory().getChildFile (args.inputs[0])},
+                      {args.output}, args.settings.force);
+    if (problem.isNotEmpty())
     {
-        std::fprintf (stderr, "error: output exists (use --force to replace it): %s\n",
-                      args.output.getFullPathName().toRawUTF8());
-        return 1;
+        std::fprintf (stderr, "error: %s\n", problem.toRawUTF8());
+        return 2;
     }
     vesk::audio::Signal32 coefficients;
     double rate = 0.0;

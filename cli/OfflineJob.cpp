@@ -451,12 +451,6 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
         result.error = "write failed (disk full?): " + output.getFullPathName();
         return result;
     }
-    if (!temporary.overwriteTargetFileWithTemporary())
-    {
-        result.error = "cannot replace " + output.getFullPathName();
-        return result;
-    }
-
     const auto curve = engine.getFilterCurve();
     const auto frequencies = engine.getBinFrequencies();
     result.correctionMinDb = 1.0e9f;
@@ -472,22 +466,46 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
     result.deviationBeforeDb = tonalDeviation (before.power(), rate, frequencies, target);
     result.deviationAfterDb = tonalDeviation (after.power(), rate, frequencies, target);
 
+    // Every output of a file is made beside its place first and moved there only when all of
+    // them exist: a failure leaves none of them, and none of what was there before is lost.
+    std::unique_ptr<juce::TemporaryFile> filterTemporary, plotTemporary;
     if (settings.saveFilter != juce::File())
     {
+        filterTemporary = std::make_unique<juce::TemporaryFile> (settings.saveFilter);
         Signal32 source;
         double sourceRate = 0.0;
         engine.getSourceFilter (source, sourceRate);
         if (!source.hasStorage()
-            || !KelfinerAudioProcessor::writeFilterFile (settings.saveFilter, source, sourceRate))
+            || !KelfinerAudioProcessor::writeFilterFile (filterTemporary->getFile(), source,
+                                                         sourceRate))
         {
             result.error = "cannot save the filter: " + settings.saveFilter.getFullPathName();
             return result;
         }
     }
-    if (settings.plot != juce::File()
-        && !drawPlot (settings.plot, before.power(), after.power(), rate, frequencies, curve))
+    if (settings.plot != juce::File())
     {
-        result.error = "cannot write the plot: " + settings.plot.getFullPathName();
+        plotTemporary = std::make_unique<juce::TemporaryFile> (settings.plot);
+        if (!drawPlot (plotTemporary->getFile(), before.power(), after.power(), rate, frequencies,
+                       curve))
+        {
+            result.error = "cannot write the plot: " + settings.plot.getFullPathName();
+            return result;
+        }
+    }
+    if (!temporary.overwriteTargetFileWithTemporary())
+    {
+        result.error = "cannot replace " + output.getFullPathName();
+        return result;
+    }
+    if (filterTemporary != nullptr && !filterTemporary->overwriteTargetFileWithTemporary())
+    {
+        result.error = "cannot replace " + settings.saveFilter.getFullPathName();
+        return result;
+    }
+    if (plotTemporary != nullptr && !plotTemporary->overwriteTargetFileWithTemporary())
+    {
+        result.error = "cannot replace " + settings.plot.getFullPathName();
         return result;
     }
     result.ok = true;

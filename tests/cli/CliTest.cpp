@@ -244,12 +244,51 @@ TEST (KelfinerTool, ErrorsAreClearAndNothingIsLost)
                    .exitCode,
                1);
 
+    // Refused before anything runs (exit 2): an existing output of any kind without --force,
+    // an output that the run also reads (even with --force), two results bound for one file.
     files ("existing.wav").replaceWithText ("precious");
-    const auto refused = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
-                                    files ("existing.wav").getFullPathName()});
-    EXPECT_EQ (refused.exitCode, 1);
-    EXPECT_EQ (files ("existing.wav").loadFileAsString(), "precious")
-        << "an existing output is never touched without --force";
+    files ("existing.png").replaceWithText ("precious");
+    const auto in = files ("in.wav").getFullPathName();
+    const auto refusals = std::vector<juce::StringArray>{
+        {"process", in, "-o", files ("existing.wav").getFullPathName()},
+        {"process", in, "-o", files ("new.wav").getFullPathName(), "--plot",
+         files ("existing.png").getFullPathName()},
+        {"process", in, "-o", files ("new.wav").getFullPathName(), "--force", "--save-filter", in},
+        {"process", in, "-o", files ("new.wav").getFullPathName(), "--force", "--plot", in},
+        {"process", in, "-o", in, "--force"},
+        {"learn", in, "-o", in, "--force"},
+    };
+    for (auto const& args : refusals)
+    {
+        const auto refused = kelfiner (args);
+        EXPECT_EQ (refused.exitCode, 2) << args.joinIntoString (" ") << "\n" << refused.output;
+    }
+    EXPECT_EQ (files ("existing.wav").loadFileAsString(), "precious");
+    EXPECT_EQ (files ("existing.png").loadFileAsString(), "precious");
+    EXPECT_FALSE (files ("new.wav").exists());
+    double rate = 0;
+    int bits = 0;
+    EXPECT_EQ (readWav (files ("in.wav"), rate, bits).getNumSamples(), 48000) << "input intact";
+
+    files ("a").createDirectory();
+    files ("b").createDirectory();
+    files ("batch").createDirectory();
+    ASSERT_TRUE (files ("in.wav").copyFileTo (files ("a").getChildFile ("x.wav")));
+    ASSERT_TRUE (files ("in.wav").copyFileTo (files ("b").getChildFile ("x.wav")));
+    const auto collision =
+        kelfiner ({"process", files ("a").getChildFile ("x.wav").getFullPathName(),
+                   files ("b").getChildFile ("x.wav").getFullPathName(), "-o",
+                   files ("batch").getFullPathName()});
+    EXPECT_EQ (collision.exitCode, 2) << collision.output;
+    EXPECT_TRUE (collision.output.contains ("two results")) << collision.output;
+    EXPECT_FALSE (files ("batch").getChildFile ("x.wav").exists());
+
+    // All outputs of a file or none: a plot that cannot be written leaves no audio either.
+    const auto halfway =
+        kelfiner ({"process", in, "-o", files ("whole.wav").getFullPathName(), "--plot",
+                   files ("nodir").getChildFile ("p.png").getFullPathName()});
+    EXPECT_EQ (halfway.exitCode, 1) << halfway.output;
+    EXPECT_FALSE (files ("whole.wav").exists());
 
     files ("bad.filter").replaceWithText ("garbage that is long enough to be read");
     EXPECT_EQ (kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
