@@ -1,5 +1,6 @@
 // kelfiner: corrects the tonal balance of audio files offline with the plug-in's own processor.
 #include "DemoInput.h"
+#include "InterruptCleanup.h"
 #include "OfflineJob.h"
 
 #include <juce_events/juce_events.h>
@@ -454,6 +455,7 @@ int main (int argc, char** argv)
 {
     // A full disk or a file-size limit should end in a clear message, not in a signal.
     std::signal (SIGXFSZ, SIG_IGN);
+    installInterruptCleanup();
     juce::ScopedJuceInitialiser_GUI juce;
     juce::StringArray args;
     for (int i = 1; i < argc; ++i)

@@ -1,5 +1,6 @@
 #include "OfflineJob.h"
 
+#include "InterruptCleanup.h"
 #include "LevelMeter.h"
 #include "Plot.h"
 #include "WindowFunctions.h"
@@ -345,6 +346,7 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
 
     // Written beside the output and renamed over it at the end: never a partial output file.
     juce::TemporaryFile temporary (output);
+    const InterruptCleanup cleanAudio (temporary.getFile());
     int bits = static_cast<int> (reader->bitsPerSample);
     if (!format->getPossibleBitDepths().contains (bits))
         bits = format->getPossibleBitDepths().contains (24)
@@ -469,9 +471,11 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
     // Every output of a file is made beside its place first and moved there only when all of
     // them exist: a failure leaves none of them, and none of what was there before is lost.
     std::unique_ptr<juce::TemporaryFile> filterTemporary, plotTemporary;
+    std::unique_ptr<InterruptCleanup> filterCleanup, plotCleanup;
     if (settings.saveFilter != juce::File())
     {
         filterTemporary = std::make_unique<juce::TemporaryFile> (settings.saveFilter);
+        filterCleanup = std::make_unique<InterruptCleanup> (filterTemporary->getFile());
         Signal32 source;
         double sourceRate = 0.0;
         engine.getSourceFilter (source, sourceRate);
@@ -486,6 +490,7 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
     if (settings.plot != juce::File())
     {
         plotTemporary = std::make_unique<juce::TemporaryFile> (settings.plot);
+        plotCleanup = std::make_unique<InterruptCleanup> (plotTemporary->getFile());
         if (!drawPlot (plotTemporary->getFile(), before.power(), after.power(), rate, frequencies,
                        curve))
         {

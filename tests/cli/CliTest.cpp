@@ -420,3 +420,31 @@ TEST (KelfinerTool, LoudnessAndPeaksAreKeptByDefault)
     const auto [in3, out3, peak3, clipped3, text3] = levels ({"--loudness", "off"});
     EXPECT_GT (std::fabs (out3 - in3), 1.0) << "the correction's own level matching moves it";
 }
+
+// An interrupted run (SIGTERM, as Ctrl-C or a closed terminal would) leaves no temporary file
+// beside its outputs: cut at several moments, the folder holds the input alone, or the input
+// and both finished outputs.
+TEST (KelfinerTool, AnInterruptedRunLeavesNothingBehind)
+{
+    const Folder files;
+    writeWav (files ("long.wav"), colouredNoise ({}, 48000, 60, 8), 48000, 24);
+    int interrupted = 0;
+    for (const char* after : {"0.15", "0.3", "0.45", "0.6", "0.75", "0.9"})
+    {
+        files ("out.wav").deleteFile();
+        files ("out.png").deleteFile();
+        const auto command = juce::String ("timeout -s TERM ") + after + " '" + KELFINER_TOOL
+                             + "' process '" + files ("long.wav").getFullPathName() + "' -o '"
+                             + files ("out.wav").getFullPathName() + "' --plot '"
+                             + files ("out.png").getFullPathName() + "' > /dev/null 2>&1";
+        interrupted += std::system (command.toRawUTF8()) != 0 ? 1 : 0;
+        const auto left = files ("long.wav")
+                              .getParentDirectory()
+                              .findChildFiles (juce::File::findFiles, false, "*");
+        EXPECT_TRUE (
+            left.size() == 1
+            || (left.size() == 3 && files ("out.wav").exists() && files ("out.png").exists()))
+            << left.size() << " files after " << after << " s";
+    }
+    EXPECT_GT (interrupted, 0);
+}
