@@ -200,7 +200,15 @@ juce::String summary (juce::File const& in, juce::File const& out, JobResult con
            + (result.peakReductionDb > 0.0 ? ", " + juce::String (result.peakReductionDb, 1)
                                                  + " dB less to keep peaks under the ceiling"
                                            : juce::String())
-           + ")";
+           + ")"
+           + (result.nonFiniteSamples > 0
+                  ? "; warning: " + juce::String (result.nonFiniteSamples)
+                        + " input samples were NaN or infinite and were taken as silence"
+                  : juce::String())
+           + (result.silencedOutputSamples > 0
+                  ? "; warning: " + juce::String (result.silencedOutputSamples)
+                        + " output samples overflowed and were written as silence"
+                  : juce::String());
 }
 
 /** What stops a run before it starts: an output that is also something the run reads (never

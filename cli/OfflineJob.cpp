@@ -67,6 +67,36 @@ juce::AudioFormat* formatFor (juce::AudioFormatManager& formats, juce::File cons
 }
 } // namespace
 
+int silenceNonFinite (juce::AudioBuffer<float>& buffer)
+{
+    int silenced = 0;
+    for (int c = 0; c < buffer.getNumChannels(); ++c)
+    {
+        float* samples = buffer.getWritePointer (c);
+        for (int n = 0; n < buffer.getNumSamples(); ++n)
+            if (!std::isfinite (samples[n]))
+                samples[n] = 0.0f, ++silenced;
+    }
+    return silenced;
+}
+
+/** How many samples per channel a file of this size can hold at the most: exactly what its
+    size allows for uncompressed formats; for compressed ones a generous bound (4096 samples per
+    byte, beyond what FLAC reaches even on digital silence). */
+juce::int64 mostSamplesIn (juce::AudioFormatReader const& reader, juce::File const& file)
+{
+    const auto bytes = file.getSize();
+    const bool uncompressed = reader.getFormatName().containsIgnoreCase ("WAV")
+                              || reader.getFormatName().containsIgnoreCase ("AIFF");
+    if (uncompressed)
+    {
+        const auto frameBytes = static_cast<juce::int64> (reader.numChannels)
+                                * std::max (1u, reader.bitsPerSample / 8u);
+        return bytes / std::max<juce::int64> (frameBytes, 1);
+    }
+    return bytes * 4096;
+}
+
 std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juce::String& error)
 {
     if (!file.existsAsFile())
@@ -83,6 +113,14 @@ std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juc
     else if (reader->numChannels < 1 || reader->numChannels > 8 || reader->sampleRate < 1000.0)
     {
         error = "unsupported channel count or sample rate: " + file.getFullPathName();
+        reader.reset();
+    }
+    else if (const auto most = mostSamplesIn (*reader, file); reader->lengthInSamples > most)
+    {
+        // A header may claim anything; the reader would make up silence for what is not there.
+        error = "the header of " + file.getFullPathName() + " claims "
+                + juce::String (reader->lengthInSamples) + " samples, but the file holds at most "
+                + juce::String (most) + " (cut short or damaged)";
         reader.reset();
     }
     return reader;
@@ -402,6 +440,8 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
     runThrough (passes - 1.0,
                 [&] (int count)
                 {
+                    // NaN and infinity are silence from the start, for every measure too.
+                    result.nonFiniteSamples += silenceNonFinite (buffer);
                     before.add (toSignal (buffer, count));
                     inputLevel.add (buffer, count);
                     juce::AudioBuffer<float> view (buffer.getArrayOfWritePointers(), channels,
@@ -438,8 +478,11 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
         [&] (int count)
         {
             juce::AudioBuffer<float> view (buffer.getArrayOfWritePointers(), channels, count);
+            silenceNonFinite (view);
             processor.processBlock (view, midi);
             view.applyGain (gain);
+            // Whatever happened upstream, no NaN or infinity is ever written.
+            result.silencedOutputSamples += silenceNonFinite (view);
             return writer->writeFromAudioSampleBuffer (buffer, 0, count);
         });
     if (!written)

@@ -41,8 +41,10 @@ struct JobResult
     float correctionMinDb = 0.0f, correctionMaxDb = 0.0f;
     double deviationBeforeDb = 0.0, deviationAfterDb = 0.0;
     double loudnessInLufs = 0.0, loudnessOutLufs = 0.0;
-    double gainDb = 0.0;          // applied after the correction
-    double peakReductionDb = 0.0; // of that, what the peak ceiling took
+    double gainDb = 0.0;                   // applied after the correction
+    double peakReductionDb = 0.0;          // of that, what the peak ceiling took
+    juce::int64 nonFiniteSamples = 0;      // in the input, taken as silence
+    juce::int64 silencedOutputSamples = 0; // non-finite results written as silence
 };
 
 /** Long-term power spectrum of a stream, accumulated block by block (8192-point frames). */

@@ -448,3 +448,52 @@ TEST (KelfinerTool, AnInterruptedRunLeavesNothingBehind)
     }
     EXPECT_GT (interrupted, 0);
 }
+
+// Files that lie or hold what audio should not: a header claiming more than the file holds is
+// refused with what it claims; NaN and infinity in a float file are taken as silence, said in
+// the summary, and never written.
+TEST (KelfinerTool, LyingHeadersAndNonFiniteSamples)
+{
+    const Folder files;
+    writeWav (files ("short.wav"), colouredNoise ({}, 48000, 1, 3), 48000, 16);
+    {
+        juce::MemoryBlock data;
+        files ("short.wav").loadFileAsData (data);
+        auto* bytes = static_cast<char*> (data.getData());
+        for (std::size_t at = 12; at + 8 <= data.getSize(); ++at)
+            if (std::memcmp (bytes + at, "data", 4) == 0)
+            {
+                juce::ByteOrder::littleEndianInt (bytes + at + 4);
+                const std::uint32_t claim = 0xFFFFFF00u;
+                std::memcpy (bytes + at + 4, &claim, 4);
+                break;
+            }
+        files ("liar.wav").replaceWithData (data.getData(), data.getSize());
+    }
+    const auto lie = kelfiner ({"process", files ("liar.wav").getFullPathName(), "-o",
+                                files ("liar-out.wav").getFullPathName()});
+    EXPECT_EQ (lie.exitCode, 1) << lie.output;
+    EXPECT_TRUE (lie.output.contains ("claims")) << lie.output;
+    EXPECT_FALSE (files ("liar-out.wav").exists());
+
+    auto poisoned = colouredNoise ({}, 48000, 2, 4);
+    for (int n = 0; n < poisoned.getNumSamples(); n += 1000)
+        poisoned[n % 2][n] = n % 3000 ? std::nanf ("") : INFINITY;
+    writeWav (files ("nan.wav"), poisoned, 48000, 32);
+    const auto run = kelfiner ({"process", files ("nan.wav").getFullPathName(), "-o",
+                                files ("nan-out.wav").getFullPathName()});
+    ASSERT_EQ (run.exitCode, 0) << run.output;
+    EXPECT_TRUE (run.output.contains ("taken as silence")) << run.output;
+    EXPECT_FALSE (run.output.containsIgnoreCase ("-nan")) << run.output;
+    double rate = 0;
+    int bits = 0;
+    const auto output = readWav (files ("nan-out.wav"), rate, bits);
+    double energy = 0.0;
+    for (int c = 0; c < output.getNumChannels(); ++c)
+        for (int n = 0; n < output.getNumSamples(); ++n)
+        {
+            ASSERT_TRUE (std::isfinite (output[c][n])) << c << " " << n;
+            energy += output[c][n] * output[c][n];
+        }
+    EXPECT_GT (energy, 1.0) << "the rest of the file comes through";
+}
