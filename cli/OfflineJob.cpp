@@ -534,8 +534,12 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
     {
         plotTemporary = std::make_unique<juce::TemporaryFile> (settings.plot);
         plotCleanup = std::make_unique<InterruptCleanup> (plotTemporary->getFile());
-        if (!drawPlot (plotTemporary->getFile(), before.power(), after.power(), rate, frequencies,
-                       curve))
+        // Drawn as written: the level guard's gain is part of the output and of the correction.
+        auto asWritten = after.power();
+        for (auto& power : asWritten)
+            power *= static_cast<double> (gain) * gain;
+        if (!drawPlot (plotTemporary->getFile(), before.power(), asWritten, rate, frequencies,
+                       curve * gain))
         {
             result.error = "cannot write the plot: " + settings.plot.getFullPathName();
             return result;

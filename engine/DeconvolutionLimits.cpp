@@ -95,10 +95,16 @@ void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whit
         for (int k = 1; k < bins; ++k)
             if (binFrequencies[static_cast<std::size_t> (k)] >= 20.0f)
                 smallest = std::min (smallest, a[k]);
-        const float floor = smallest * 31622.8f; // 90 dB under the peak, in |A|
+        // Lifts fade out between 80 and 90 dB under the peak rather than stop at a line, so a
+        // level hovering at the threshold does not make the correction flicker bin by bin.
         for (int k = 0; k < bins; ++k)
-            if (a[k] > floor)
-                c[k] = std::min (c[k], 1.0f);
+        {
+            if (c[k] <= 1.0f)
+                continue;
+            const float depthDb = 20.0f * std::log10 (a[k] / smallest);
+            const float keep = std::clamp ((90.0f - depthDb) / 10.0f, 0.0f, 1.0f);
+            c[k] = std::pow (c[k], keep);
+        }
     }
     if (std::isfinite (correctionLimits.maximumBoostDb))
     {
