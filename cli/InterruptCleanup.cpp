@@ -13,8 +13,12 @@ constexpr int slots = 256;
 constexpr std::size_t pathLength = 4096;
 char paths[slots][pathLength];
 std::atomic<int> states[slots];
+// While outputs are being moved into place the interrupt waits, so that a file's outputs are
+// all there or none.
+std::atomic<int> committing{0};
+std::atomic<int> deferredSignal{0};
 
-extern "C" void removeTemporariesAndStop (int signal)
+void removeTemporariesAndStop (int signal)
 {
     for (int i = 0; i < slots; ++i)
         if (states[i].load() == 2)
@@ -22,12 +26,22 @@ extern "C" void removeTemporariesAndStop (int signal)
     std::signal (signal, SIG_DFL);
     std::raise (signal);
 }
+
+extern "C" void onInterrupt (int signal)
+{
+    if (committing.load() > 0)
+    {
+        deferredSignal = signal;
+        return;
+    }
+    removeTemporariesAndStop (signal);
+}
 } // namespace
 
 void installInterruptCleanup()
 {
     for (int signal : {SIGINT, SIGTERM, SIGHUP})
-        std::signal (signal, removeTemporariesAndStop);
+        std::signal (signal, onInterrupt);
 }
 
 InterruptCleanup::InterruptCleanup (juce::File const& temporary)
@@ -51,4 +65,13 @@ InterruptCleanup::~InterruptCleanup()
 {
     if (slot >= 0)
         states[slot] = 0;
+}
+
+InterruptDeferral::InterruptDeferral() { ++committing; }
+
+InterruptDeferral::~InterruptDeferral()
+{
+    if (--committing == 0)
+        if (const int signal = deferredSignal.exchange (0); signal != 0)
+            removeTemporariesAndStop (signal);
 }

@@ -19,3 +19,14 @@ public:
 private:
     int slot = -1;
 };
+
+/** While one exists, an interrupt waits: it takes effect when the last one goes. For moving a
+    file's finished outputs into place, so that they are all there or none. Any thread. */
+class InterruptDeferral
+{
+public:
+    InterruptDeferral();
+    ~InterruptDeferral();
+    InterruptDeferral (InterruptDeferral const&) = delete;
+    InterruptDeferral& operator= (InterruptDeferral const&) = delete;
+};

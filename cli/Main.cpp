@@ -39,8 +39,8 @@ options:
   --plot P.png         draw input, output and correction
   --live               one pass, as the plug-in hears it (default: learn the whole file first)
   --max-boost DB       lift no frequency by more than this (0 .. 48; default: no limit)
-  --lift-empty-bands   also lift bands that hold nothing (60 dB under the material's peak
-                       level: noise, an encoder's cut-off); by default they are left alone
+  --lift-empty-bands   also lift bands that hold nothing (80 to 90 dB under the material's
+                       peak level: noise, an encoder's cut-off); by default they are left alone
   --loudness MODE      match (default: the output as loud as the input, BS.1770) or off
   --ceiling DB|off     sample-peak ceiling of the output (default -1 dBFS); the gain comes
                        down rather than a sample clip
@@ -58,6 +58,17 @@ float number (juce::String const& text, juce::String const& option)
     if (!text.containsOnly ("0123456789.-+eE") || text.isEmpty())
         throw UsageError{option + " needs a number, not \"" + text + "\""};
     return text.getFloatValue();
+}
+
+/** A number that must lie in a range; the message names the option, the range and the value. */
+float numberIn (juce::String const& text, juce::String const& option, float lowest, float highest,
+                const char* unit)
+{
+    const float value = number (text, option);
+    if (!(value >= lowest && value <= highest))
+        throw UsageError{option + " takes " + juce::String (lowest, 0) + " .. "
+                         + juce::String (highest, 0) + " " + unit + ", not " + text};
+    return value;
 }
 
 int targetModelFromName (juce::String const& name)
@@ -136,21 +147,9 @@ Arguments parse (juce::StringArray const& args)
         else if (arg == "--live")
             parsed.settings.live = true;
         else if (arg == "--max-boost")
-        {
-            const auto text = value();
-            parsed.settings.maximumBoostDb = number (text, arg);
-            if (!(*parsed.settings.maximumBoostDb >= 0.0f
-                  && *parsed.settings.maximumBoostDb <= 48.0f))
-                throw UsageError{"--max-boost takes 0 .. 48 dB, not " + text};
-        }
+            parsed.settings.maximumBoostDb = numberIn (value(), arg, 0.0f, 48.0f, "dB");
         else if (arg == "--smoothing")
-        {
-            const auto text = value();
-            parsed.settings.smoothingOctaves = number (text, arg);
-            if (!(*parsed.settings.smoothingOctaves >= 0.0f
-                  && *parsed.settings.smoothingOctaves <= 2.0f))
-                throw UsageError{"--smoothing takes 0 .. 2 octaves, not " + text};
-        }
+            parsed.settings.smoothingOctaves = numberIn (value(), arg, 0.0f, 2.0f, "octaves");
         else if (arg == "--lift-empty-bands")
             parsed.settings.spareEmptyBands = false;
         else if (arg == "--loudness")
@@ -166,11 +165,7 @@ Arguments parse (juce::StringArray const& args)
             if (ceiling == "off")
                 parsed.settings.ceilingDb.reset();
             else
-            {
-                parsed.settings.ceilingDb = number (ceiling, arg);
-                if (!(*parsed.settings.ceilingDb <= 0.0f && *parsed.settings.ceilingDb >= -60.0f))
-                    throw UsageError{"--ceiling takes -60 .. 0 dBFS or off, not " + ceiling};
-            }
+                parsed.settings.ceilingDb = numberIn (ceiling, arg, -60.0f, 0.0f, "dBFS or off");
         }
         else if (arg == "--force")
             parsed.settings.force = true;

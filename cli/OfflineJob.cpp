@@ -523,8 +523,8 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
         double sourceRate = 0.0;
         engine.getSourceFilter (source, sourceRate);
         if (!source.hasStorage()
-            || !KelfinerAudioProcessor::writeFilterFile (filterTemporary->getFile(), source,
-                                                         sourceRate))
+            || !KelfinerAudioProcessor::writeFilter (filterTemporary->getFile(), source,
+                                                     sourceRate))
         {
             result.error = "cannot save the filter: " + settings.saveFilter.getFullPathName();
             return result;
@@ -545,6 +545,7 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
             return result;
         }
     }
+    const InterruptDeferral moving;
     if (!temporary.overwriteTargetFileWithTemporary())
     {
         result.error = "cannot replace " + output.getFullPathName();

@@ -24,7 +24,7 @@ struct JobSettings
     std::optional<float> maximumBoostDb;
     /** Smoothing of the correction, in octaves; none: the tool's default for the estimator. */
     std::optional<float> smoothingOctaves;
-    /** Bands that hold nothing (60 dB under the learnt spectrum's peak) are not lifted. */
+    /** Bands that hold nothing (80 to 90 dB under the learnt spectrum's peak) are not lifted. */
     bool spareEmptyBands = true;
     /** The output's integrated loudness is brought back to the input's. */
     bool matchLoudness = true;

@@ -1,5 +1,7 @@
 #include "Plot.h"
 
+#include "InterruptCleanup.h"
+
 #include <juce_graphics/juce_graphics.h>
 
 #include <cmath>
@@ -139,6 +141,7 @@ bool drawPlot (juce::File const& file, std::vector<double> const& inputPower,
                 juce::Justification::centredRight);
 
     juce::TemporaryFile temporary (file);
+    const InterruptCleanup cleanup (temporary.getFile());
     {
         juce::FileOutputStream stream (temporary.getFile());
         juce::PNGImageFormat png;

@@ -122,7 +122,7 @@ public:
         bool loudnessMatched = false;
         /** No bin is lifted by more than this (dB). */
         float maximumBoostDb = std::numeric_limits<float>::infinity();
-        /** Bins whose learnt level lies more than 90 dB under the spectrum's peak (noise, or an
+        /** Bins whose learnt level lies 80 to 90 dB or more under the spectrum's peak (noise, an
             encoder's cut-off) are not lifted at all; attenuated bands that still carry signal
             are. */
         bool spareEmptyBands = false;

@@ -248,21 +248,24 @@ void KelfinerAudioProcessor::parseCustomDataXmlElement (juce::XmlElement* custom
     }
 }
 
+bool KelfinerAudioProcessor::writeFilter (juce::File const& file, Signal32 const& coefficients,
+                                          double rate)
+{
+    juce::FileOutputStream out (file);
+    if (!out.openedOk() || !out.setPosition (0) || out.truncate().failed())
+        return false;
+    out.writeDouble (rate);
+    serializeSignal (coefficients, out);
+    out.flush();
+    return !out.getStatus().failed();
+}
+
 bool KelfinerAudioProcessor::writeFilterFile (juce::File const& file, Signal32 const& coefficients,
                                               double rate)
 {
     juce::TemporaryFile temporary (file);
-    {
-        juce::FileOutputStream out (temporary.getFile());
-        if (!out.openedOk())
-            return false;
-        out.writeDouble (rate);
-        serializeSignal (coefficients, out);
-        out.flush();
-        if (out.getStatus().failed())
-            return false;
-    }
-    return temporary.overwriteTargetFileWithTemporary();
+    return writeFilter (temporary.getFile(), coefficients, rate)
+           && temporary.overwriteTargetFileWithTemporary();
 }
 
 bool KelfinerAudioProcessor::readFilterFile (juce::File const& file, Signal32& coefficients,

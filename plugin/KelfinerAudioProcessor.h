@@ -57,6 +57,9 @@ public:
         through a temporary file, so a failed write leaves the old file. Any thread. */
     static bool writeFilterFile (juce::File const& file, vesk::audio::Signal32 const& coefficients,
                                  double rate);
+    /** Writes a filter file in place, for callers that manage their own temporary file. */
+    static bool writeFilter (juce::File const& file, vesk::audio::Signal32 const& coefficients,
+                             double rate);
     static bool readFilterFile (juce::File const& file, vesk::audio::Signal32& coefficients,
                                 double& rate);
 

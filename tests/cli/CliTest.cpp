@@ -444,7 +444,7 @@ TEST (KelfinerTool, AnInterruptedRunLeavesNothingBehind)
         EXPECT_TRUE (
             left.size() == 1
             || (left.size() == 3 && files ("out.wav").exists() && files ("out.png").exists()))
-            << left.size() << " files after " << after << " s";
+            << left.size() << " files after " << after << " s: " << left.getLast().getFileName();
     }
     EXPECT_GT (interrupted, 0);
 }
