@@ -105,8 +105,6 @@ public:
     /** Real time: process() hands redesigns to the design thread. Offline (the default): it
         redesigns inline, deterministically. Not while audio runs. */
     void setRealtime (bool shouldBeRealtime) override;
-    /** Any thread. */
-    bool isRealtime() const noexcept { return realtime; }
     /** Chooses how learning models the source (see Estimator); a change restarts learning.
         Any thread. */
     void setEstimator (Estimator estimatorToUse);
@@ -135,8 +133,6 @@ public:
     void setCorrectionLimits (const CorrectionLimits& limits);
     /** Any thread but the audio thread. */
     CorrectionLimits getCorrectionLimits();
-    /** Blocks until no redesign is pending or running. Any thread but the audio thread. */
-    void waitForPendingDesign();
 
     /** Feeds estimation frames only: no redesign, no convolution, no analysers. For offline tools
         that learn a whole file before processing it; call updateFilter() afterwards. A hop

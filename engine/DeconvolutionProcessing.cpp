@@ -160,6 +160,13 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     if (!std::isfinite (level) || MathEx::fromDecibel (estimationThreshold) > level)
         return false;
 
+    const int order = estimationLength() + 1;
+    if (estimator.load() == Estimator::longTermSpectrum)
+    {
+        learnAutocorrelation (frame, order);
+        return true;
+    }
+
     const int channels = frame.getNumChannels();
     const int samples = frame.getNumSamples();
     if (estimationWindow.getNumSamples() != samples
@@ -174,12 +181,6 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
         }
     }
 
-    const int order = estimationLength() + 1;
-    if (estimator.load() == Estimator::longTermSpectrum)
-    {
-        learnAutocorrelation (frame, order);
-        return true;
-    }
     estimationFrame.ensureDimensions (channels, samples);
     frameCoefficients.ensureDimensions (1, order);
     predictorScratch.resize (static_cast<std::size_t> (order));

@@ -76,13 +76,6 @@ void Deconvolution::setEstimator (Estimator estimatorToUse)
         restartEstimate = true;
 }
 
-void Deconvolution::waitForPendingDesign()
-{
-    while (designPending.load() && designThread != nullptr)
-        juce::Thread::sleep (1);
-    const juce::ScopedLock lock (designLock);
-}
-
 bool Deconvolution::onAudioThread() const noexcept
 {
     return realtime.load() && juce::Thread::getCurrentThreadId() == audioThread.load();
