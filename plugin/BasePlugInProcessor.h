@@ -91,14 +91,11 @@ public:
     void removeListener (Listener* listener);
 
     // Audio streaming.
-    /** Formats, resets and prepares the engine for the announced block size. Not while audio
-        runs. */
+    /** Formats, resets and prepares the engine for the announced block size; an offline render
+        (setNonRealtime) lets the engine design inline. Not while audio runs. */
     void prepareToPlay (double sampleRate, int samplesPerBlock) override;
     /** Keeps everything. Not while audio runs. */
     void releaseResources() override {}
-    /** Offline renders let the engine work inline; applied at the next prepareToPlay. Not while
-        audio runs. */
-    void setNonRealtime (bool isNonRealtime) noexcept override;
     /** Any thread. */
     bool silenceInProducesSilenceOut() const override { return true; }
     /** Why the audio passes through unprocessed (a format the engine refused), or empty.

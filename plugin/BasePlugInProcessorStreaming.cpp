@@ -1,12 +1,12 @@
 #include "BasePlugInProcessor.h"
 
+#include <cmath>
+
 // Audio streaming: host formats into engine formats, host blocks into engine blocks.
 
 using vesk::audio::AudioFormat;
 using vesk::audio::Signal32;
 using vesk::audio::SpeakerPosition;
-
-#include <cmath>
 
 JUCE_BEGIN_IGNORE_WARNINGS_GCC_LIKE ("-Wdeprecated-declarations")
 
@@ -105,11 +105,6 @@ void BasePlugInProcessor::primeOutputQueue (int blockLength)
     outputQueue.setChannels (-1);
     if (blockLength > 0)
         outputQueue.push (Signal32 (getTotalNumOutputChannels(), blockLength, 0.0f));
-}
-
-void BasePlugInProcessor::setNonRealtime (bool isNonRealtime) noexcept
-{
-    juce::AudioProcessor::setNonRealtime (isNonRealtime);
 }
 
 void BasePlugInProcessor::prepareToPlay (double sampleRate, int samplesPerBlock)
