@@ -58,6 +58,19 @@ std::optional<float> defaultThreshold (JobSettings const& settings)
     return std::nullopt;
 }
 
+/** How the file or reference is learnt: the long-term spectrum unless the user asks for the
+    original estimator (whatever a preset of the plug-in chose), with its threshold and length. */
+void applyLearning (KelfinerAudioProcessor& processor, JobSettings const& settings)
+{
+    processor.getEngine().setEstimator (
+        settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum));
+    if (const auto threshold = defaultThreshold (settings))
+        processor.setCheckedParameterValue (Deconvolution::estimationThresholdIndex, *threshold,
+                                            false);
+    if (const auto length = defaultFilterLength (settings))
+        processor.setCheckedParameterValue (Deconvolution::filterLengthIndex, *length, false);
+}
+
 juce::AudioFormat* formatFor (juce::AudioFormatManager& formats, juce::File const& file)
 {
     for (auto* format : formats)
@@ -220,9 +233,7 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& err
         error = "cannot read preset: " + settings.preset.getFullPathName();
         return false;
     }
-    // The long-term spectrum unless the user asks for the original estimator, whatever a preset
-    // of the plug-in chose.
-    engine.setEstimator (settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum));
+    applyLearning (processor, settings);
     Deconvolution::CorrectionLimits limits;
     limits.spareEmptyBands = settings.spareEmptyBands;
     limits.smoothingOctaves = settings.smoothingOctaves.value_or (
@@ -233,11 +244,6 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& err
     if (settings.targetModel)
         processor.setCheckedParameterValue (Deconvolution::targetModelIndex,
                                             static_cast<float> (*settings.targetModel), false);
-    if (const auto threshold = defaultThreshold (settings))
-        processor.setCheckedParameterValue (Deconvolution::estimationThresholdIndex, *threshold,
-                                            false);
-    if (const auto length = defaultFilterLength (settings))
-        processor.setCheckedParameterValue (Deconvolution::filterLengthIndex, *length, false);
     if (settings.masterGain)
         processor.setCheckedParameterValue (Deconvolution::masterGainIndex, *settings.masterGain,
                                             false);
@@ -297,14 +303,9 @@ bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& setting
     KelfinerAudioProcessor processor;
     processor.setNonRealtime (true);
     auto& engine = processor.getEngine();
-    engine.setEstimator (settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum));
     const auto channels = static_cast<int> (reader->numChannels);
     engine.setFormat ({channels, reader->sampleRate}, {channels, reader->sampleRate});
-    if (const auto threshold = defaultThreshold (settings))
-        processor.setCheckedParameterValue (Deconvolution::estimationThresholdIndex, *threshold,
-                                            false);
-    if (const auto filterLength = defaultFilterLength (settings))
-        processor.setCheckedParameterValue (Deconvolution::filterLengthIndex, *filterLength, false);
+    applyLearning (processor, settings);
     juce::AudioBuffer<float> buffer (channels, blockSize);
     for (juce::int64 done = 0; done < reader->lengthInSamples; done += blockSize)
     {
