@@ -1,5 +1,6 @@
 // kelfiner: corrects the tonal balance of audio files offline with the plug-in's own processor.
 #include "DemoInput.h"
+#include "FilterFile.h"
 #include "InterruptCleanup.h"
 #include "OfflineJob.h"
 
@@ -358,7 +359,7 @@ int learn (Arguments const& args)
     juce::String error;
     const auto input = juce::File::getCurrentWorkingDirectory().getChildFile (args.inputs[0]);
     if (!OfflineJob::learnFilter (input, args.settings, coefficients, rate, error)
-        || !KelfinerAudioProcessor::writeFilterFile (args.output, coefficients, rate))
+        || !FilterFile::write (args.output, coefficients, rate))
     {
         std::fprintf (stderr, "error: %s\n",
                       (error.isEmpty() ? "cannot write " + args.output.getFullPathName() : error)
@@ -408,7 +409,7 @@ int info (Arguments const& args)
     }
     vesk::audio::Signal32 coefficients;
     double rate = 0.0;
-    if (!KelfinerAudioProcessor::readFilterFile (file, coefficients, rate))
+    if (FilterFile::read (file, coefficients, rate) != FilterFile::Status::ok)
     {
         std::fprintf (stderr, "error: not a filter or preset file: %s\n",
                       file.getFullPathName().toRawUTF8());

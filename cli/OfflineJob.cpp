@@ -1,5 +1,6 @@
 #include "OfflineJob.h"
 
+#include "FilterFile.h"
 #include "InterruptCleanup.h"
 #include "LevelMeter.h"
 #include "Plot.h"
@@ -273,7 +274,7 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& err
     double targetRate = 0.0;
     if (settings.targetFilter != juce::File())
     {
-        if (!KelfinerAudioProcessor::readFilterFile (settings.targetFilter, target, targetRate))
+        if (FilterFile::read (settings.targetFilter, target, targetRate) != FilterFile::Status::ok)
         {
             error = "not a filter file: " + settings.targetFilter.getFullPathName();
             return false;
@@ -524,8 +525,7 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
         double sourceRate = 0.0;
         engine.getSourceFilter (source, sourceRate);
         if (!source.hasStorage()
-            || !KelfinerAudioProcessor::writeFilter (filterTemporary->getFile(), source,
-                                                     sourceRate))
+            || !FilterFile::writeInPlace (filterTemporary->getFile(), source, sourceRate))
         {
             result.error = "cannot save the filter: " + settings.saveFilter.getFullPathName();
             return result;

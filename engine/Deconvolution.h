@@ -140,6 +140,8 @@ public:
         the mean is the same, at half the cost. Not while audio runs. */
     void learn (const Signal32& input, int hopMultiple = 1);
 
+    /** The rate of the current format; 0 before one is set. Any thread. */
+    double getSampleRate() const noexcept { return sampleRate.load(); }
     /** Any thread. */
     bool hasTargetFilter();
     /** Deep copy of the current correction magnitude curve. Any thread but the audio thread. */

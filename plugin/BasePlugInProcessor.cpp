@@ -13,6 +13,10 @@ BasePlugInProcessor::BasePlugInProcessor (vesk::audio::BaseAudioProcessor* engin
       engine (engineToOwn), bundleName (bundle), pluginName (plugin), versionText (version),
       pluginCode (code)
 {
+    // The editors keep their window size, ranges and theme here; texts are translated from the
+    // first editor on, so the mappings are in place before any component is made.
+    properties.reset (createPropertiesFile());
+    initializeLocalization();
     scanPresets();
 }
 

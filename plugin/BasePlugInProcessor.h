@@ -188,6 +188,8 @@ public:
     static unsigned int versionCodeOf (const juce::String& version);
     /** The caller owns the file. Message thread. */
     juce::PropertiesFile* createPropertiesFile() const;
+    /** The properties file opened when the processor was made. Message thread. */
+    juce::PropertiesFile& getProperties() const noexcept { return *properties; }
     /** Message thread. */
     void initializeLocalization();
     /** Message thread. */
@@ -219,6 +221,7 @@ private:
     bool loadSettings (const juce::MemoryBlock& block);
 
     std::unique_ptr<vesk::audio::BaseAudioProcessor> engine;
+    std::unique_ptr<juce::PropertiesFile> properties;
     juce::OwnedArray<ParameterDescription> parameters; // deleted last first
     juce::Array<Listener*> listeners;
 

@@ -1,6 +1,5 @@
 #include "KelfinerAudioProcessor.h"
 
-#include "KelfinerAudioProcessorEditor.h"
 #include "UntrustedXml.h"
 
 using vesk::audio::Deconvolution;
@@ -44,7 +43,7 @@ KelfinerAudioProcessor::KelfinerAudioProcessor()
 
 juce::AudioProcessorEditor* KelfinerAudioProcessor::createEditor()
 {
-    return new KelfinerAudioProcessorEditor (*this);
+    return editorFactory != nullptr ? editorFactory (*this) : nullptr;
 }
 
 void KelfinerAudioProcessor::clearSettings()
@@ -247,37 +246,3 @@ void KelfinerAudioProcessor::parseCustomDataXmlElement (juce::XmlElement* custom
             deconvolution->setTargetFilter (signal, rate);
     }
 }
-
-bool KelfinerAudioProcessor::writeFilter (juce::File const& file, Signal32 const& coefficients,
-                                          double rate)
-{
-    juce::FileOutputStream out (file);
-    if (!out.openedOk() || !out.setPosition (0) || out.truncate().failed())
-        return false;
-    out.writeDouble (rate);
-    serializeSignal (coefficients, out);
-    out.flush();
-    return !out.getStatus().failed();
-}
-
-bool KelfinerAudioProcessor::writeFilterFile (juce::File const& file, Signal32 const& coefficients,
-                                              double rate)
-{
-    juce::TemporaryFile temporary (file);
-    return writeFilter (temporary.getFile(), coefficients, rate)
-           && temporary.overwriteTargetFileWithTemporary();
-}
-
-bool KelfinerAudioProcessor::readFilterFile (juce::File const& file, Signal32& coefficients,
-                                             double& rate)
-{
-    juce::MemoryBlock data;
-    if (!file.loadFileAsData (data) || data.getSize() < 16)
-        return false;
-    juce::MemoryInputStream in (data, false);
-    rate = in.readDouble();
-    coefficients = deserializeSignal (in);
-    return coefficients.hasStorage() && isPlausibleFilterRate (rate);
-}
-
-juce::AudioProcessor* JUCE_CALLTYPE createPluginFilter() { return new KelfinerAudioProcessor(); }

@@ -21,8 +21,14 @@ public:
     /** Any thread; each engine call says its own. */
     vesk::audio::Deconvolution& getEngine() const noexcept { return *deconvolution; }
 
+    /** Makes the editor. The plug-in's entry point installs it; the command-line tool has none,
+        so it carries no editor code. */
+    using EditorFactory = juce::AudioProcessorEditor* (*) (KelfinerAudioProcessor&);
+    /** Message thread, before the first processor is made. */
+    static void setEditorFactory (EditorFactory factory) noexcept { editorFactory = factory; }
+
     /** Any thread. */
-    bool hasEditor() const override { return true; }
+    bool hasEditor() const override { return editorFactory != nullptr; }
     /** Message thread. */
     juce::AudioProcessorEditor* createEditor() override;
 
@@ -53,16 +59,6 @@ public:
         return std::isfinite (rate) && rate >= 1000.0 && rate <= 1.0e6;
     }
 
-    /** Reads and writes `*.filter` files: a sample rate (double) and a signal record. Writes
-        through a temporary file, so a failed write leaves the old file. Any thread. */
-    static bool writeFilterFile (juce::File const& file, vesk::audio::Signal32 const& coefficients,
-                                 double rate);
-    /** Writes a filter file in place, for callers that manage their own temporary file. */
-    static bool writeFilter (juce::File const& file, vesk::audio::Signal32 const& coefficients,
-                             double rate);
-    static bool readFilterFile (juce::File const& file, vesk::audio::Signal32& coefficients,
-                                double& rate);
-
     /** The largest maximum boost a setting may ask for, in dB. */
     static constexpr double maximumBoostLimitDb = 48.0;
     /** Marks the settings record that follows the filters in the host state. */
@@ -77,4 +73,5 @@ private:
     void applyProductSettings (const juce::XmlElement* settings);
 
     vesk::audio::Deconvolution* deconvolution;
+    static inline EditorFactory editorFactory = nullptr;
 };

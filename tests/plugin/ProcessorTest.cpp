@@ -1,4 +1,5 @@
 #include "AllocationGuard.h"
+#include "FilterFile.h"
 #include "KelfinerAudioProcessor.h"
 #include "TestSignals.h"
 #include "UntrustedXml.h"
@@ -241,10 +242,10 @@ TEST (KelfinerState, FiltersAtImplausibleRatesAreRefused)
         EXPECT_TRUE (source.isEmpty()) << rate;
 
         const auto file = juce::File::createTempFile (".filter");
-        ASSERT_TRUE (KelfinerAudioProcessor::writeFilterFile (file, Signal32 (1, 4, 0.5f), rate));
+        ASSERT_TRUE (FilterFile::write (file, Signal32 (1, 4, 0.5f), rate));
         Signal32 read;
         double readRate = 0.0;
-        EXPECT_FALSE (KelfinerAudioProcessor::readFilterFile (file, read, readRate)) << rate;
+        EXPECT_EQ (FilterFile::read (file, read, readRate), FilterFile::Status::invalid) << rate;
         file.deleteFile();
     }
     juce::AudioBuffer<float> block (2, 256);

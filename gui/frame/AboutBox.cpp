@@ -1,0 +1,64 @@
+#include "AboutBox.h"
+
+#include "ColourIds.h"
+
+AboutBox::AboutBox (BasePlugInProcessor& owner) : processor (owner)
+{
+    setName ("aboutBox");
+    setTitle (TRANS ("About"));
+    setWantsKeyboardFocus (true);
+    const auto code = processor.getVersionCode();
+    const auto version = juce::String ((code >> 16) & 0xFF) + "."
+                         + juce::String ((code >> 8) & 0xFF) + "." + juce::String (code & 0xFF);
+    lines.add (processor.getShortName());
+    lines.add (BasePlugInProcessor::makerName);
+    lines.add (TRANS ("Version") + " " + version);
+    lines.add (TRANS ("Format") + ": "
+               + juce::AudioProcessor::getWrapperTypeDescription (processor.wrapperType));
+    lines.add (TRANS ("Built") + " " + juce::String (__DATE__));
+    helpLink.setButtonText (TRANS ("Help..."));
+    helpLink.setTooltip (TRANS ("Open the help page"));
+    helpLink.onClick = [this] { processor.showHelp(); };
+    addAndMakeVisible (helpLink);
+}
+
+juce::Rectangle<int> AboutBox::getCard() const
+{
+    return getLocalBounds().withSizeKeepingCentre (320, 200);
+}
+
+void AboutBox::paint (juce::Graphics& g)
+{
+    g.fillAll (juce::Colours::black.withAlpha (0.55f));
+    const auto card = getCard().toFloat();
+    g.setColour (findColour (ThemeColourIds::editorBackground));
+    g.fillRoundedRectangle (card, 8.0f);
+    g.setColour (findColour (ThemeColourIds::accent));
+    g.drawRoundedRectangle (card.reduced (0.5f), 8.0f, 1.5f);
+    g.setColour (findColour (ThemeColourIds::editorText));
+    auto area = getCard().reduced (16, 14);
+    g.setFont (juce::Font (24.0f, juce::Font::bold));
+    g.drawText (lines[0], area.removeFromTop (32), juce::Justification::centred);
+    g.setFont (juce::Font (15.0f));
+    for (int i = 1; i < lines.size(); ++i)
+        g.drawText (lines[i], area.removeFromTop (22), juce::Justification::centred);
+}
+
+void AboutBox::resized()
+{
+    helpLink.setBounds (getCard().removeFromBottom (36).withSizeKeepingCentre (120, 24));
+}
+
+void AboutBox::mouseDown (const juce::MouseEvent& event)
+{
+    if (!getCard().contains (event.getPosition()))
+        setVisible (false);
+}
+
+bool AboutBox::keyPressed (const juce::KeyPress& key)
+{
+    if (key != juce::KeyPress::escapeKey)
+        return false;
+    setVisible (false);
+    return true;
+}

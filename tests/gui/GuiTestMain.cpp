@@ -1,0 +1,20 @@
+#include "JuceTestEnvironment.h"
+
+#include <cstdlib>
+
+int main (int argc, char** argv)
+{
+    // The editors keep sizes, ranges, themes and presets in the user's folders: the tests get
+    // folders of their own, so they neither read nor change a real user's.
+    const auto home =
+        juce::File::getSpecialLocation (juce::File::tempDirectory)
+            .getChildFile ("kelfiner-gui-tests-" + juce::String (juce::Time::currentTimeMillis()));
+    home.createDirectory();
+    setenv ("HOME", home.getFullPathName().toRawUTF8(), 1);
+    setenv ("XDG_CONFIG_HOME", home.getChildFile (".config").getFullPathName().toRawUTF8(), 1);
+    testing::InitGoogleTest (&argc, argv);
+    testing::AddGlobalTestEnvironment (new vesk::test::JuceTestEnvironment());
+    const int result = RUN_ALL_TESTS();
+    home.deleteRecursively();
+    return result;
+}

@@ -1,0 +1,102 @@
+#include "EditorFixture.h"
+
+using vesk::audio::Deconvolution;
+
+namespace
+{
+struct Header : vesk::test::EditorFixture
+{
+    PlugInEditorHeader& header() { return editor->getHeader(); }
+    void setGain (float gain)
+    {
+        processor.addUndoState();
+        processor.setCheckedParameterValue (Deconvolution::masterGainIndex, gain);
+    }
+    float gain() { return value (Deconvolution::masterGainIndex); }
+};
+} // namespace
+
+TEST_F (Header, UndoRedoAndABFollowTheProcessor)
+{
+    EXPECT_FALSE (header().isUndoEnabled());
+    setGain (4.0f);
+    setGain (-3.0f);
+    header().refresh();
+    EXPECT_TRUE (header().isUndoEnabled());
+    EXPECT_FALSE (header().isRedoEnabled());
+    header().undo();
+    EXPECT_FLOAT_EQ (gain(), 4.0f);
+    EXPECT_TRUE (header().isRedoEnabled());
+    header().redo();
+    EXPECT_FLOAT_EQ (gain(), -3.0f);
+
+    // B started as a copy of what was there when the editor opened (gain 0).
+    header().switchAB();
+    EXPECT_TRUE (header().isShowingB());
+    EXPECT_FLOAT_EQ (gain(), 0.0f);
+    setGain (6.0f);
+    header().switchAB();
+    EXPECT_FALSE (header().isShowingB());
+    EXPECT_FLOAT_EQ (gain(), -3.0f);
+    header().copyToOther();
+    header().switchAB();
+    EXPECT_FLOAT_EQ (gain(), -3.0f);
+}
+
+TEST_F (Header, UserPresetsAreSavedListedAndStepped)
+{
+    setGain (5.0f);
+    ASSERT_TRUE (header().saveUserPreset ("Bright vocal"));
+    EXPECT_EQ (header().getPresetText(), "Bright vocal");
+    EXPECT_FALSE (header().saveUserPreset ("   "));
+    setGain (-7.0f);
+    int index = -1;
+    for (int i = 0; i < processor.getNumPrograms(); ++i)
+        if (processor.getProgramName (i) == "Bright vocal")
+            index = i;
+    ASSERT_GT (index, 0);
+    header().loadProgram (index);
+    EXPECT_FLOAT_EQ (gain(), 5.0f);
+    processor.undo(); // a preset load is one undo step
+    EXPECT_FLOAT_EQ (gain(), -7.0f);
+
+    header().loadProgram (index);
+    header().stepPreset (+1); // past the end wraps to "Reset"
+    EXPECT_EQ (processor.getCurrentProgram(), (index + 1) % processor.getNumPrograms());
+    header().stepPreset (-1);
+    EXPECT_EQ (processor.getCurrentProgram(), index);
+
+    const auto menu = header().createPresetMenu();
+    EXPECT_GE (menu.getNumItems(), 4); // Reset, two folders, a separator, save
+}
+
+TEST_F (Header, ThemesSwitchAtOnceAndAreKept)
+{
+    const auto menu = header().createPluginMenu();
+    juce::StringArray items;
+    for (juce::PopupMenu::MenuItemIterator i (menu); i.next();)
+        items.add (i.getItem().text);
+    EXPECT_EQ (items, juce::StringArray ({"Help...", "Themes", "About"}));
+
+    header().handleCommand (PlugInEditorHeader::themeCommandBase + BaseTheme::steelThemeId);
+    EXPECT_EQ (editor->getTheme().getThemeName(), "Brushed steel");
+    EXPECT_EQ (&editor->getLookAndFeel(), &editor->getTheme());
+    EXPECT_EQ (editor->getProperties().getIntValue ("ThemeId"), BaseTheme::steelThemeId);
+    editor.reset();
+    editor = std::make_unique<KelfinerAudioProcessorEditor> (processor);
+    EXPECT_EQ (editor->getTheme().getThemeName(), "Brushed steel");
+    header().handleCommand (PlugInEditorHeader::themeCommandBase + BaseTheme::darkThemeId);
+    EXPECT_EQ (editor->getTheme().getThemeName(), "Simplistic dark");
+}
+
+TEST_F (Header, AboutNamesProductMakerVersionAndFormat)
+{
+    header().handleCommand (PlugInEditorHeader::aboutCommand);
+    ASSERT_TRUE (editor->isAboutShowing());
+    const auto lines = editor->getAboutBox()->getLines();
+    EXPECT_EQ (lines[0], "Kelfiner");
+    EXPECT_EQ (lines[1], "Vesk Digital");
+    EXPECT_EQ (lines[2], "Version 1.0.0");
+    EXPECT_TRUE (lines[3].startsWith ("Format: "));
+    EXPECT_TRUE (lines[4].startsWith ("Built "));
+}
