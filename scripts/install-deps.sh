@@ -6,7 +6,7 @@ packages=(
     build-essential cmake pkg-config ccache clang-format
     libfftw3-dev libgtest-dev libbenchmark-dev
     juce-modules-source libflac-dev libvorbis-dev libogg-dev libebur128-dev
-    xvfb xauth fonts-dejavu-core
+    xvfb xauth fonts-dejavu-core fonts-font-awesome
 )
 
 missing=()

@@ -1,5 +1,6 @@
 #include "EditorFixture.h"
 #include "FilterFile.h"
+#include "MouseEvents.h"
 
 using vesk::audio::Deconvolution;
 using vesk::audio::Signal32;
@@ -260,4 +261,48 @@ TEST_F (ProductEditor, FilterFilesRoundTripAndRefuseOthers)
     EXPECT_TRUE (editor->getLastError().startsWith ("Unable to open the file "));
     folder.deleteRecursively();
     EXPECT_TRUE (editor->getDefaultFilterFolder().isDirectory());
+}
+
+TEST_F (ProductEditor, ASliderDragIsOneGestureForTheHost)
+{
+    // What the plug-in wrappers pass on to hosts: the processor's gesture callbacks.
+    struct Gestures : juce::AudioProcessorListener
+    {
+        void audioProcessorParameterChanged (juce::AudioProcessor*, int index, float) override
+        {
+            changes += index == watched ? 1 : 0;
+        }
+        void audioProcessorChanged (juce::AudioProcessor*, const ChangeDetails&) override {}
+        void audioProcessorParameterChangeGestureBegin (juce::AudioProcessor*, int index) override
+        {
+            log.add ("begin " + juce::String (index));
+        }
+        void audioProcessorParameterChangeGestureEnd (juce::AudioProcessor*, int index) override
+        {
+            log.add ("end " + juce::String (index));
+        }
+        int watched = -1, changes = 0;
+        juce::StringArray log;
+    } gestures;
+    gestures.watched = processor.findPublicParameterIndex (Deconvolution::masterGainIndex);
+    processor.juce::AudioProcessor::addListener (&gestures);
+
+    juce::Slider* slider = nullptr;
+    for (auto* child : editor->getChildren())
+        if (child->getName() == "masterGainSlider")
+            slider = dynamic_cast<juce::Slider*> (child);
+    ASSERT_NE (slider, nullptr);
+    const float before = value (Deconvolution::masterGainIndex);
+    const auto at = [&] (float x) { return vesk::test::mouseAt (*slider, x, 14.0f); };
+    slider->mouseDown (at (20.0f));
+    for (float x : {24.0f, 30.0f, 38.0f, 50.0f})
+        slider->mouseDrag (at (x));
+    slider->mouseUp (at (50.0f));
+    processor.juce::AudioProcessor::removeListener (&gestures);
+
+    const auto index = juce::String (gestures.watched);
+    EXPECT_EQ (gestures.log.joinIntoString (","), "begin " + index + ",end " + index);
+    EXPECT_GT (gestures.changes, 0);
+    EXPECT_NE (value (Deconvolution::masterGainIndex), before);
+    EXPECT_TRUE (processor.canUndo()); // the drag's start is one undo step
 }
