@@ -77,7 +77,7 @@ void KelfinerAudioProcessorEditor::updateEmphasisCurve()
     for (int k = 0; k < samples.getNumSamples(); ++k)
         values.add (samples[0][k]);
     filterCurveEditor.setCurve (
-        emphasisCurveId, Curve (values, emphasisColour, emphasisColour.withAlpha (0.12f), 1.5f));
+        emphasisCurveId, Curve (values, emphasisColour, juce::Colours::transparentBlack, 2.0f));
 }
 
 void KelfinerAudioProcessorEditor::updateEmphasisGrid()
