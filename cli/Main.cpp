@@ -2,6 +2,7 @@
 #include "DemoInput.h"
 #include "FilterFile.h"
 #include "InterruptCleanup.h"
+#include "LicenceCommand.h"
 #include "OfflineJob.h"
 
 #include <juce_events/juce_events.h>
@@ -20,6 +21,7 @@ const char* usage = R"(usage:
   kelfiner learn IN -o F.filter [options]     learn a recording's envelope into a filter file
   kelfiner info F.filter|P.xml                what a filter or preset file holds
   kelfiner demo [-o FOLDER]                   make a muffled test recording and correct it
+  kelfiner licence status|authorise F|deauthorise   the plug-ins' licence on this machine
 
 options:
   --target NAME        automatic, music, music-dark, music-less-harsh, speech, custom
@@ -471,6 +473,8 @@ int main (int argc, char** argv)
             std::printf ("%s", usage);
             return args.isEmpty() ? 2 : 0;
         }
+        if (args[0] == "licence" || args[0] == "license")
+            return licenceCommand (args);
         const auto parsed = parse (args);
         if (parsed.command == "process")
             return process (parsed);

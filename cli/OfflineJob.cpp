@@ -1,5 +1,6 @@
 #include "OfflineJob.h"
 
+#include "AudioInput.h"
 #include "FilterFile.h"
 #include "InterruptCleanup.h"
 #include "LevelMeter.h"
@@ -80,65 +81,6 @@ juce::AudioFormat* formatFor (juce::AudioFormatManager& formats, juce::File cons
     return nullptr;
 }
 } // namespace
-
-int silenceNonFinite (juce::AudioBuffer<float>& buffer)
-{
-    int silenced = 0;
-    for (int c = 0; c < buffer.getNumChannels(); ++c)
-    {
-        float* samples = buffer.getWritePointer (c);
-        for (int n = 0; n < buffer.getNumSamples(); ++n)
-            if (!std::isfinite (samples[n]))
-                samples[n] = 0.0f, ++silenced;
-    }
-    return silenced;
-}
-
-/** How many samples per channel a file of this size can hold at the most: exactly what its
-    size allows for uncompressed formats; for compressed ones a generous bound (4096 samples per
-    byte, beyond what FLAC reaches even on digital silence). */
-juce::int64 mostSamplesIn (juce::AudioFormatReader const& reader, juce::File const& file)
-{
-    const auto bytes = file.getSize();
-    const bool uncompressed = reader.getFormatName().containsIgnoreCase ("WAV")
-                              || reader.getFormatName().containsIgnoreCase ("AIFF");
-    if (uncompressed)
-    {
-        const auto frameBytes = static_cast<juce::int64> (reader.numChannels)
-                                * std::max (1u, reader.bitsPerSample / 8u);
-        return bytes / std::max<juce::int64> (frameBytes, 1);
-    }
-    return bytes * 4096;
-}
-
-std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juce::String& error)
-{
-    if (!file.existsAsFile())
-    {
-        error = "no such file: " + file.getFullPathName();
-        return nullptr;
-    }
-    juce::AudioFormatManager formats;
-    formats.registerBasicFormats();
-    std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (file));
-    if (reader == nullptr)
-        error = "not an audio file this tool reads (WAV, AIFF, FLAC, Ogg Vorbis): "
-                + file.getFullPathName();
-    else if (reader->numChannels < 1 || reader->numChannels > 8 || reader->sampleRate < 1000.0)
-    {
-        error = "unsupported channel count or sample rate: " + file.getFullPathName();
-        reader.reset();
-    }
-    else if (const auto most = mostSamplesIn (*reader, file); reader->lengthInSamples > most)
-    {
-        // A header may claim anything; the reader would make up silence for what is not there.
-        error = "the header of " + file.getFullPathName() + " claims "
-                + juce::String (reader->lengthInSamples) + " samples, but the file holds at most "
-                + juce::String (most) + " (cut short or damaged)";
-        reader.reset();
-    }
-    return reader;
-}
 
 //==============================================================================
 LongTermSpectrum::LongTermSpectrum (double rate)

@@ -92,6 +92,3 @@ private:
     JobSettings settings;
     juce::File input, output;
 };
-
-/** Reads any of the formats the tool accepts. */
-std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juce::String& error);

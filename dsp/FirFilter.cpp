@@ -53,10 +53,10 @@ void FirFilter::IppFirFilter::release()
     tapCounts.clear();
 }
 
-void FirFilter::IppFirFilter::setFilter (std::vector<Signal32> const& taps, int inputChannels)
+void FirFilter::IppFirFilter::setFilter (std::vector<Signal32> const& taps, int channelCount)
 {
     if (states.size() != taps.size()
-        || (!states.empty() && static_cast<int> (states[0].size()) != inputChannels))
+        || (!states.empty() && static_cast<int> (states[0].size()) != channelCount))
     {
         release();
         states.resize (taps.size());
@@ -71,12 +71,12 @@ void FirFilter::IppFirFilter::setFilter (std::vector<Signal32> const& taps, int 
         {
             for (auto* state : states[r])
                 ippsFIRFree_32f (state);
-            states[r].assign (static_cast<std::size_t> (inputChannels), nullptr);
+            states[r].assign (static_cast<std::size_t> (channelCount), nullptr);
             for (auto& state : states[r])
                 ippsFIRInitAlloc_32f (&state, nullptr, count, nullptr);
             tapCounts[r] = count;
         }
-        for (int c = 0; c < inputChannels; ++c)
+        for (int c = 0; c < channelCount; ++c)
             ippsFIRSetTaps_32f (hasTaps ? taps[r].getChannel (responseChannel (taps[r], c))
                                         : &silence,
                                 states[r][static_cast<std::size_t> (c)]);

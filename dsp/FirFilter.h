@@ -35,7 +35,7 @@ public:
 
         /** One tap set per response (channel c of the input uses channel c of the taps, or the
             last one). Keeps the delay lines when the tap count stays. Allocates. */
-        void setFilter (std::vector<Signal32> const& taps, int inputChannels);
+        void setFilter (std::vector<Signal32> const& taps, int channelCount);
         /** Loads the delay lines from the newest input samples (fewer than needed: zeros before).
          */
         void setDelayLine (Signal32 const& history);

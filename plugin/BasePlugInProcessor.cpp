@@ -22,6 +22,15 @@ BasePlugInProcessor::BasePlugInProcessor (vesk::audio::BaseAudioProcessor* engin
 
 BasePlugInProcessor::~BasePlugInProcessor() = default;
 
+#if KELFINER_LICENSING
+void BasePlugInProcessor::setLicenseManager (
+    std::unique_ptr<vesk::licensing::LicenseManager> manager)
+{
+    licence = std::move (manager);
+    refreshDemoFlag();
+}
+#endif
+
 //==============================================================================
 void BasePlugInProcessor::addParameter (std::unique_ptr<ParameterDescription> description)
 {

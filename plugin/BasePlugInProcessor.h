@@ -4,6 +4,11 @@
 #include "ParameterDescription.h"
 #include "SignalQueue.h"
 
+#if KELFINER_LICENSING
+#include "DemoDisrupter.h"
+#include "LicenseManager.h"
+#endif
+
 #include <juce_audio_processors/juce_audio_processors.h>
 
 #include <atomic>
@@ -87,8 +92,10 @@ public:
     vesk::audio::BaseAudioProcessor* getProcessor() const noexcept { return engine.get(); }
     /** Message thread. */
     void addListener (Listener* listener);
+    using juce::AudioProcessor::addListener; // the host wrappers' listeners
     /** Message thread. */
     void removeListener (Listener* listener);
+    using juce::AudioProcessor::removeListener;
 
     // Audio streaming.
     /** Formats, resets and prepares the engine for the announced block size; an offline render
@@ -121,9 +128,9 @@ public:
     /** Message thread or a host worker thread. */
     bool setParameterSettings (juce::InputStream& in);
     /** Message thread or a host worker thread. */
-    virtual void getCurrentProgramStateInformation (juce::MemoryBlock& dest);
+    void getCurrentProgramStateInformation (juce::MemoryBlock& dest) override;
     /** Message thread or a host worker thread. */
-    virtual void setCurrentProgramStateInformation (const void* data, int size);
+    void setCurrentProgramStateInformation (const void* data, int size) override;
     /** Message thread or a host worker thread. */
     void getStateInformation (juce::MemoryBlock& dest) override;
     /** Message thread or a host worker thread. */
@@ -152,6 +159,9 @@ public:
     bool exportToPresetFile (const juce::File& file);
     /** Message thread. */
     bool importFromPresetFile (const juce::File& file);
+    /** A preset's text from memory, checked as untrusted; `name` becomes the preset's name.
+        Message thread. */
+    bool importFromPresetData (const void* data, std::size_t size, const juce::String& name);
     /** Message thread. */
     virtual bool fillCustomDataXmlElement (juce::XmlElement* customData);
     /** Message thread. */
@@ -205,6 +215,16 @@ public:
     /** Any thread. */
     static vesk::audio::SpeakerPosition speakerIdToPosition (const juce::String& id);
 
+#if KELFINER_LICENSING
+    // Licensing. Without a licence manager (the command-line tool, tests) nothing is gated.
+    /** Message thread, before audio starts. */
+    void setLicenseManager (std::unique_ptr<vesk::licensing::LicenseManager> manager);
+    /** Null when this processor is not gated. Message thread. */
+    vesk::licensing::LicenseManager* getLicenseManager() const noexcept { return licence.get(); }
+    /** Whether the output is being disrupted (the flag as last read). Any thread. */
+    bool isInDemoMode() const noexcept { return demoMode; }
+#endif
+
 protected:
     /** Appends a public parameter; the product does this in its constructor. */
     void addParameter (std::unique_ptr<ParameterDescription> description);
@@ -219,9 +239,16 @@ private:
     void processPiece (juce::AudioBuffer<float>& buffer, int start, int samples);
     juce::MemoryBlock currentSettings();
     bool loadSettings (const juce::MemoryBlock& block);
+    bool importPreset (std::unique_ptr<juce::XmlElement> document, const juce::String& name);
 
     std::unique_ptr<vesk::audio::BaseAudioProcessor> engine;
     std::unique_ptr<juce::PropertiesFile> properties;
+#if KELFINER_LICENSING
+    void refreshDemoFlag() noexcept { demoMode = licence != nullptr && licence->isDemo(); }
+    std::unique_ptr<vesk::licensing::LicenseManager> licence;
+    vesk::licensing::DemoDisrupter demoDisrupter;
+    std::atomic<bool> demoMode{false};
+#endif
     juce::OwnedArray<ParameterDescription> parameters; // deleted last first
     juce::Array<Listener*> listeners;
 

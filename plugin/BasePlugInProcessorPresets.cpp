@@ -33,7 +33,18 @@ bool BasePlugInProcessor::exportToPresetFile (const juce::File& file)
 
 bool BasePlugInProcessor::importFromPresetFile (const juce::File& file)
 {
-    auto document = parseUntrustedXml (file);
+    return importPreset (parseUntrustedXml (file), file.getFileNameWithoutExtension());
+}
+
+bool BasePlugInProcessor::importFromPresetData (const void* data, std::size_t size,
+                                                const juce::String& name)
+{
+    return importPreset (parseUntrustedXml (data, size), name);
+}
+
+bool BasePlugInProcessor::importPreset (std::unique_ptr<juce::XmlElement> document,
+                                        const juce::String& name)
+{
     if (document == nullptr)
         return false;
     auto* settings = document->getChildByName ("ParameterSettings");
@@ -57,7 +68,7 @@ bool BasePlugInProcessor::importFromPresetFile (const juce::File& file)
     if (auto* customData = document->getChildByName ("CustomData"))
         parseCustomDataXmlElement (customData);
     notifyListeners (-1);
-    currentPresetName = file.getFileNameWithoutExtension();
+    currentPresetName = name;
     return true;
 }
 

@@ -128,6 +128,13 @@ void BasePlugInProcessor::prepareToPlay (double sampleRate, int samplesPerBlock)
     // Room for the largest block the host announced, so the audio thread does not allocate.
     inputBlock.ensureDimensions (getTotalNumInputChannels(), juce::jmax (samplesPerBlock, 1));
     silence.ensureDimensions (getTotalNumOutputChannels(), juce::jmax (samplesPerBlock, 1));
+#if KELFINER_LICENSING
+    refreshDemoFlag();
+    // Each instance its own seed, so that several demo instances do not fall silent together.
+    demoDisrupter.prepare (sampleRate,
+                           static_cast<std::uint32_t> (reinterpret_cast<std::uintptr_t> (this) >> 4)
+                               ^ static_cast<std::uint32_t> (juce::Time::getMillisecondCounter()));
+#endif
 }
 
 void BasePlugInProcessor::processBlock (juce::AudioBuffer<float>& buffer, juce::MidiBuffer&)
@@ -157,6 +164,12 @@ void BasePlugInProcessor::processBlock (juce::AudioBuffer<float>& buffer, juce::
     // buffers were made for that size, and the audio thread does not allocate more.
     for (int start = 0; start < samples; start += preparedBlockSize)
         processPiece (buffer, start, juce::jmin (preparedBlockSize, samples - start));
+#if KELFINER_LICENSING
+    refreshDemoFlag();
+    if (demoMode)
+        demoDisrupter.process (buffer.getArrayOfWritePointers(), getTotalNumOutputChannels(),
+                               samples);
+#endif
 }
 
 void BasePlugInProcessor::processPiece (juce::AudioBuffer<float>& buffer, int start, int samples)

@@ -39,6 +39,25 @@ KelfinerAudioProcessor::KelfinerAudioProcessor()
         add (Deconvolution::emphasisPointLevelIndex + i, point + "Level", "", "%", 0.1f,
              ParameterDescription::linear);
     }
+#if KELFINER_LICENSING
+    // Only the plug-in formats are licensed; the command-line tool makes its processor itself
+    // (no wrapper) and is never muted.
+    if (wrapperType != wrapperType_Undefined)
+        setLicenseManager (std::make_unique<vesk::licensing::LicenseManager> (
+            licenceProductCode, vendorPublicKey(), getLicenceFile()));
+#endif
+}
+
+vesk::licensing::PublicKey KelfinerAudioProcessor::vendorPublicKey()
+{
+    vesk::licensing::PublicKey key{};
+    vesk::licensing::LicenceToken::fromHex (juce::String (KELFINER_VENDOR_PUBLIC_KEY), key);
+    return key;
+}
+
+juce::File KelfinerAudioProcessor::getLicenceFile() const
+{
+    return getUserDataFolder().getChildFile ("Kelfiner.licence");
 }
 
 juce::AudioProcessorEditor* KelfinerAudioProcessor::createEditor()

@@ -2,6 +2,7 @@
 
 #include "BasePlugInProcessor.h"
 #include "Deconvolution.h"
+#include "LicenceToken.h"
 
 #include <cmath>
 
@@ -58,6 +59,13 @@ public:
     {
         return std::isfinite (rate) && rate >= 1000.0 && rate <= 1.0e6;
     }
+
+    /** The product code licences name. */
+    static constexpr const char* licenceProductCode = "Klfn";
+    /** The vendor's public key, built in (KELFINER_VENDOR_PUBLIC_KEY). Any thread. */
+    static vesk::licensing::PublicKey vendorPublicKey();
+    /** Where the licence is kept; the plug-ins and the command-line tool share it. Any thread. */
+    juce::File getLicenceFile() const;
 
     /** The largest maximum boost a setting may ask for, in dB. */
     static constexpr double maximumBoostLimitDb = 48.0;

@@ -3,9 +3,9 @@
 set -euo pipefail
 
 packages=(
-    build-essential cmake pkg-config ccache clang-format
+    build-essential cmake pkg-config ccache clang-format clang llvm libclang-rt-14-dev
     libfftw3-dev libgtest-dev libbenchmark-dev
-    juce-modules-source libflac-dev libvorbis-dev libogg-dev libebur128-dev
+    juce-modules-source libflac-dev libvorbis-dev libogg-dev libebur128-dev libsodium-dev
     xvfb xauth fonts-dejavu-core fonts-font-awesome
 )
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds everything (Release) and runs the whole test suite.
+# Installs what is missing, builds everything (Release), runs the whole test suite, then the
+# sanitizer, fuzzing and ThreadSanitizer pass (scripts/sanitize.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -23,3 +24,9 @@ if [ -z "${DISPLAY:-}" ] && command -v xvfb-run > /dev/null; then
     run=(xvfb-run -a)
 fi
 "${run[@]}" ctest --test-dir "$build_dir" --output-on-failure --parallel "$jobs"
+
+# Sanitizers, fuzzing and ThreadSanitizer (about 25 minutes on two cores from nothing); skip
+# them while iterating with KELFINER_SKIP_SANITIZERS=1.
+if [ -z "${KELFINER_SKIP_SANITIZERS:-}" ]; then
+    scripts/sanitize.sh
+fi

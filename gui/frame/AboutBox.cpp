@@ -16,6 +16,12 @@ AboutBox::AboutBox (BasePlugInProcessor& owner) : processor (owner)
     lines.add (TRANS ("Format") + ": "
                + juce::AudioProcessor::getWrapperTypeDescription (processor.wrapperType));
     lines.add (TRANS ("Built") + " " + juce::String (__DATE__));
+#if KELFINER_LICENSING
+    if (auto* licences = processor.getLicenseManager())
+        lines.add (licences->isDemo()
+                       ? TRANS ("Demo mode")
+                       : TRANS ("Licensed to") + " " + licences->getLicence().licensee);
+#endif
     helpLink.setButtonText (TRANS ("Help..."));
     helpLink.setTooltip (TRANS ("Open the help page"));
     helpLink.onClick = [this] { processor.showHelp(); };
@@ -24,7 +30,7 @@ AboutBox::AboutBox (BasePlugInProcessor& owner) : processor (owner)
 
 juce::Rectangle<int> AboutBox::getCard() const
 {
-    return getLocalBounds().withSizeKeepingCentre (320, 200);
+    return getLocalBounds().withSizeKeepingCentre (340, 222);
 }
 
 void AboutBox::paint (juce::Graphics& g)

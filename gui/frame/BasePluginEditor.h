@@ -3,6 +3,9 @@
 #include "AboutBox.h"
 #include "BasePlugInProcessor.h"
 #include "BaseTheme.h"
+#if KELFINER_LICENSING
+#include "DemoDialog.h"
+#endif
 #include "PlugInEditorHeader.h"
 
 #include <juce_audio_processors/juce_audio_processors.h>
@@ -24,6 +27,13 @@ public:
     void showAbout();
     bool isAboutShowing() const { return aboutBox != nullptr && aboutBox->isVisible(); }
     AboutBox* getAboutBox() const { return aboutBox.get(); }
+#if KELFINER_LICENSING
+    /** The licence dialog over the editor (opened by itself in demo mode). */
+    void showDemoDialog();
+    DemoDialog* getDemoDialog() const { return demoDialog.get(); }
+    /** Removes the licence after the user confirmed it (a box asks, where there is a display). */
+    void askToDeauthorise();
+#endif
 
     /** Help, themes and about; a product editor that overrides this calls it first. */
     void headerCommand (PlugInEditorHeader* header, int command) override;
@@ -45,5 +55,8 @@ private:
     juce::ComponentBoundsConstrainer constrainer;
     juce::ResizableCornerComponent corner;
     std::unique_ptr<AboutBox> aboutBox;
+#if KELFINER_LICENSING
+    std::unique_ptr<DemoDialog> demoDialog;
+#endif
     juce::TooltipWindow tooltips{this, 600};
 };

@@ -191,6 +191,16 @@ juce::PopupMenu PlugInEditorHeader::createPluginMenu() const
     menu.addItem (helpCommand, TRANS ("Help..."));
     menu.addSubMenu (TRANS ("Themes"), themes);
     menu.addItem (aboutCommand, TRANS ("About"));
+#if KELFINER_LICENSING
+    if (processor != nullptr && processor->getLicenseManager() != nullptr)
+    {
+        menu.addSeparator();
+        if (processor->getLicenseManager()->isDemo())
+            menu.addItem (authoriseCommand, TRANS ("Authorise..."));
+        else
+            menu.addItem (deauthoriseCommand, TRANS ("Deauthorise"));
+    }
+#endif
     return menu;
 }
 

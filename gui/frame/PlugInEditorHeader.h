@@ -17,6 +17,8 @@ public:
     {
         helpCommand = 1,
         aboutCommand = 2,
+        authoriseCommand = 3,
+        deauthoriseCommand = 4,
         themeCommandBase = 0x100 ///< + the theme's id
     };
 

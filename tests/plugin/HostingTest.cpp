@@ -265,9 +265,45 @@ INSTANTIATE_TEST_SUITE_P (Formats, LoadedBundle,
                                            Bundle{"LV2", KELFINER_LV2_PATH}),
                           [] (auto const& info) { return std::string (info.param.format); });
 
+TEST (LoadedVST3Bundle, DemoModeMutesAtIntervals)
+{
+    // No licence in this test's own user folder (see main): the plug-in runs as a demo.
+    juce::VST3PluginFormat format;
+    auto plugin = load (format, KELFINER_VST3_PATH);
+    ASSERT_NE (plugin, nullptr);
+    plugin->setNonRealtime (true);
+    plugin->prepareToPlay (8000.0, 1024);
+    juce::AudioBuffer<float> block (2, 1024);
+    juce::MidiBuffer midi;
+    int silent = 0, sounding = 0;
+    for (int b = 0; b < 8000 * 100 / 1024; ++b) // 100 s: at least one gap, wherever it falls
+    {
+        for (int c = 0; c < 2; ++c)
+            for (int n = 0; n < 1024; ++n)
+                block.setSample (c, n, 0.3f * std::sin (0.05f * (float) (b * 1024 + n)));
+        plugin->processBlock (block, midi);
+        const auto level = block.getMagnitude (0, 1024);
+        silent += level == 0.0f ? 1 : 0;
+        sounding += level > 1.0e-4f ? 1 : 0;
+    }
+    EXPECT_GE (silent, 10); // a gap is 2 to 3 s: 15 to 23 blocks of 1024 at 8 kHz
+    EXPECT_LE (silent, 50);
+    EXPECT_GT (sounding, 600); // and otherwise it plays
+}
+
 int main (int argc, char** argv)
 {
+    // The plug-ins keep presets and their licence in the user's folders: the tests get folders
+    // of their own (so no licence: the plug-ins run as demos).
+    const auto home =
+        juce::File::getSpecialLocation (juce::File::tempDirectory)
+            .getChildFile ("kelfiner-host-tests-" + juce::String (juce::Time::currentTimeMillis()));
+    home.createDirectory();
+    setenv ("HOME", home.getFullPathName().toRawUTF8(), 1);
+    setenv ("XDG_CONFIG_HOME", home.getChildFile (".config").getFullPathName().toRawUTF8(), 1);
     testing::InitGoogleTest (&argc, argv);
     testing::AddGlobalTestEnvironment (new vesk::test::JuceTestEnvironment());
-    return RUN_ALL_TESTS();
+    const int result = RUN_ALL_TESTS();
+    home.deleteRecursively();
+    return result;
 }

@@ -123,7 +123,7 @@ TEST (KelfinerParameters, ListenersAreToldLastFirstAndMayRemoveThemselves)
     processor.addListener (&first);
     processor.addListener (&second);
     processor.addListener (&second);
-    processor.addListener (nullptr);
+    processor.addListener (static_cast<BasePlugInProcessor::Listener*> (nullptr));
     second.onCall = [&] { processor.removeListener (&second); };
     processor.setParameter (4, 0.7f);
     EXPECT_EQ (second.calls, std::vector<int>{4});

@@ -100,3 +100,55 @@ TEST_F (Header, AboutNamesProductMakerVersionAndFormat)
     EXPECT_TRUE (lines[3].startsWith ("Format: "));
     EXPECT_TRUE (lines[4].startsWith ("Built "));
 }
+
+TEST_F (Header, DemoDialogAuthorisesAndTheMenuDeauthorises)
+{
+    using namespace vesk::licensing;
+    PublicKey publicKey;
+    SecretKey secretKey;
+    LicenceToken::makeKeyPair (publicKey, secretKey);
+    LicenceToken licence;
+    licence.product = "Klfn";
+    licence.licensee = "Ada Lovelace";
+    licence.email = "ada@example.org";
+    licence.serial = "KLF-0001";
+    licence.issued = "2026-01-02";
+    const auto folder = juce::File::createTempFile ("licence");
+    processor.setLicenseManager (std::make_unique<LicenseManager> (
+        "Klfn", publicKey, folder.getChildFile ("Kelfiner.licence")));
+    editor = std::make_unique<KelfinerAudioProcessorEditor> (processor); // opens in demo mode
+
+    const auto menuTexts = [this]
+    {
+        juce::StringArray texts;
+        const auto menu = header().createPluginMenu();
+        for (juce::PopupMenu::MenuItemIterator i (menu); i.next();)
+            texts.add (i.getItem().text);
+        return texts;
+    };
+    auto* dialog = editor->getDemoDialog();
+    ASSERT_NE (dialog, nullptr);
+    EXPECT_TRUE (dialog->isVisible());
+    EXPECT_TRUE (menuTexts().contains ("Authorise..."));
+    EXPECT_EQ (dialog->authorise ("KLF1.nonsense"), Verdict::malformed);
+    EXPECT_TRUE (dialog->getStatusText().startsWith ("This is not a licence key"));
+    if (const char* shots = std::getenv ("KELFINER_SCREENSHOTS"))
+    {
+        const auto file = juce::File (shots).getChildFile ("editor-demo-dialog.png");
+        file.deleteFile();
+        juce::FileOutputStream out (file);
+        juce::PNGImageFormat().writeImageToStream (
+            editor->createComponentSnapshot (editor->getLocalBounds()), out);
+    }
+    EXPECT_EQ (dialog->authorise (licence.sign (secretKey)), Verdict::accepted);
+    EXPECT_TRUE (dialog->getStatusText().contains ("Ada Lovelace"));
+    EXPECT_FALSE (processor.getLicenseManager()->isDemo());
+    EXPECT_TRUE (menuTexts().contains ("Deauthorise"));
+    editor->showAbout();
+    EXPECT_TRUE (editor->getAboutBox()->getLines().contains ("Licensed to Ada Lovelace"));
+
+    header().handleCommand (PlugInEditorHeader::deauthoriseCommand); // no display: no question
+    EXPECT_TRUE (processor.getLicenseManager()->isDemo());
+    editor.reset();
+    folder.deleteRecursively();
+}

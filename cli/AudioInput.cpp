@@ -1,0 +1,76 @@
+#include "AudioInput.h"
+
+#include <cmath>
+
+namespace
+{
+/** How many samples per channel `bytes` bytes can hold at the most: exactly what the size allows
+    for uncompressed formats; for compressed ones a generous bound (4096 samples per byte,
+    beyond what FLAC reaches even on digital silence). */
+juce::int64 mostSamplesIn (juce::AudioFormatReader const& reader, juce::int64 bytes)
+{
+    const bool uncompressed = reader.getFormatName().containsIgnoreCase ("WAV")
+                              || reader.getFormatName().containsIgnoreCase ("AIFF");
+    if (uncompressed)
+    {
+        const auto frameBytes = static_cast<juce::int64> (reader.numChannels)
+                                * std::max (1u, reader.bitsPerSample / 8u);
+        return bytes / std::max<juce::int64> (frameBytes, 1);
+    }
+    return bytes * 4096;
+}
+} // namespace
+
+int silenceNonFinite (juce::AudioBuffer<float>& buffer)
+{
+    int silenced = 0;
+    for (int c = 0; c < buffer.getNumChannels(); ++c)
+    {
+        float* samples = buffer.getWritePointer (c);
+        for (int n = 0; n < buffer.getNumSamples(); ++n)
+            if (!std::isfinite (samples[n]))
+                samples[n] = 0.0f, ++silenced;
+    }
+    return silenced;
+}
+
+std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::InputStream> stream,
+                                                     juce::int64 bytes, juce::String const& name,
+                                                     juce::String& error)
+{
+    juce::AudioFormatManager formats;
+    formats.registerBasicFormats();
+    std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (std::move (stream)));
+    if (reader == nullptr)
+        error = "not an audio file this tool reads (WAV, AIFF, FLAC, Ogg Vorbis): " + name;
+    else if (reader->numChannels < 1 || reader->numChannels > 8 || !(reader->sampleRate >= 1000.0)
+             || !(reader->sampleRate <= 1.0e6))
+    {
+        error = "unsupported channel count or sample rate: " + name;
+        reader.reset();
+    }
+    else if (const auto most = mostSamplesIn (*reader, bytes); reader->lengthInSamples > most)
+    {
+        error = "the header of " + name + " claims " + juce::String (reader->lengthInSamples)
+                + " samples, but the file holds at most " + juce::String (most)
+                + " (cut short or damaged)";
+        reader.reset();
+    }
+    return reader;
+}
+
+std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juce::String& error)
+{
+    if (!file.existsAsFile())
+    {
+        error = "no such file: " + file.getFullPathName();
+        return nullptr;
+    }
+    auto stream = std::make_unique<juce::FileInputStream> (file);
+    if (!stream->openedOk())
+    {
+        error = "cannot read " + file.getFullPathName();
+        return nullptr;
+    }
+    return openReader (std::move (stream), file.getSize(), file.getFullPathName(), error);
+}

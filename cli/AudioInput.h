@@ -1,0 +1,17 @@
+#pragma once
+
+#include <juce_audio_formats/juce_audio_formats.h>
+
+#include <memory>
+
+/** Audio files as the tool takes them in: WAV, AIFF, FLAC or Ogg Vorbis, 1 to 8 channels, a
+    plausible rate, and never more samples than the file's size can hold (a header may claim
+    anything; a reader would make up silence for what is not there). Null, with the reason in
+    `error`, for anything else. */
+std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juce::String& error);
+/** The same from a stream of `bytes` bytes; `name` is what messages call it. */
+std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::InputStream> stream,
+                                                     juce::int64 bytes, juce::String const& name,
+                                                     juce::String& error);
+/** Replaces NaN and infinite samples by silence; returns how many there were. */
+int silenceNonFinite (juce::AudioBuffer<float>& buffer);

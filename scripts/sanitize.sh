@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# The hostile-input pass, run by scripts/test.sh after the normal tests (and by CI through it):
+#  1. everything built with clang, AddressSanitizer + UndefinedBehaviorSanitizer (with
+#     float-cast-overflow) and libFuzzer's instrumentation, and the whole test suite run;
+#  2. every fuzz target run for KELFINER_FUZZ_SECONDS (default 60) from its seed corpus;
+#  3. the engine's threaded tests built and run under ThreadSanitizer.
+# Known faults inside JUCE 7.0.5 are silenced by name in tests/sanitizers/*.supp, nothing else.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+jobs=$(nproc 2>/dev/null || echo 2)
+seconds=${KELFINER_FUZZ_SECONDS:-60}
+sanitize_dir=${KELFINER_SANITIZE_DIR:-build-sanitize}
+tsan_dir=${KELFINER_TSAN_DIR:-build-tsan}
+
+run=()
+if [ -z "${DISPLAY:-}" ] && command -v xvfb-run > /dev/null; then
+    run=(xvfb-run -a)
+fi
+
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
+export LSAN_OPTIONS=suppressions=$root/tests/sanitizers/lsan.supp
+export UBSAN_OPTIONS=suppressions=$root/tests/sanitizers/ubsan.supp:print_stacktrace=1:halt_on_error=1
+
+echo "== AddressSanitizer + UndefinedBehaviorSanitizer (clang)"
+CC=clang CXX=clang++ cmake -S . -B "$sanitize_dir" -DCMAKE_BUILD_TYPE=Debug \
+    -DCMAKE_C_FLAGS_DEBUG="-g -O1" -DCMAKE_CXX_FLAGS_DEBUG="-g -O1" \
+    -DKELFINER_SANITIZE=ON -DKELFINER_FUZZ=ON -DKELFINER_BUILD_BENCHMARKS=OFF > /dev/null
+cmake --build "$sanitize_dir" --parallel "$jobs"
+"${run[@]}" ctest --test-dir "$sanitize_dir" --output-on-failure --parallel "$jobs"
+
+echo "== Fuzzing, ${seconds} s a target"
+for target in StateFuzzer PresetFuzzer FilterFileFuzzer AudioFileFuzzer LicenceFuzzer; do
+    case $target in
+        StateFuzzer) seeds=$root/tests/fuzz/corpus/state ;;
+        PresetFuzzer) seeds=$root/tests/fuzz/corpus/preset ;;
+        FilterFileFuzzer) seeds=$root/tests/fuzz/corpus/filter ;;
+        AudioFileFuzzer) seeds=$root/tests/fuzz/corpus/audio ;;
+        LicenceFuzzer) seeds=$root/tests/fuzz/corpus/licence ;;
+    esac
+    found=$(mktemp -d)
+    echo "-- $target"
+    # New inputs go to a scratch folder; a crash leaves its input in the build folder.
+    (cd "$sanitize_dir" && "./tests/fuzz/$target" "$found" "$seeds" -max_total_time="$seconds" \
+        -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 2>&1 | tail -n 12)
+    rm -r "$found"
+done
+
+echo "== ThreadSanitizer (engine)"
+cmake -S . -B "$tsan_dir" -DCMAKE_BUILD_TYPE=Debug -DKELFINER_TSAN=ON \
+    -DKELFINER_BUILD_BENCHMARKS=OFF > /dev/null
+cmake --build "$tsan_dir" --target engine_tests --parallel "$jobs"
+ctest --test-dir "$tsan_dir" -L engine --output-on-failure --parallel "$jobs"
