@@ -1,5 +1,6 @@
 // The command-line tool end to end: real files in, real files out, exit codes and messages.
 #include "JuceTestEnvironment.h"
+#include "LicenceToken.h"
 #include "Spectra.h"
 #include "TestSignals.h"
 
@@ -334,11 +335,57 @@ TEST (KelfinerTool, ErrorsAreClearAndNothingIsLost)
     EXPECT_FALSE (files ("outs").getChildFile ("text.wav").existsAsFile());
 }
 
+// The plug-ins' licence, managed from the tool: refused keys say why and change nothing.
+TEST (CommandLine, LicenceCommandsExplainAndKeepWhatIsStored)
+{
+    using namespace vesk::licensing;
+    const auto status = kelfiner ({"licence", "status"});
+    EXPECT_EQ (status.exitCode, 0);
+    EXPECT_TRUE (status.output.contains ("demo mode")) << status.output;
+
+    const auto folder = juce::File::createTempFile ("keys");
+    folder.createDirectory();
+    folder.getChildFile ("random.key").replaceWithText ("not a key at all");
+    auto refused =
+        kelfiner ({"licence", "authorise", folder.getChildFile ("random.key").getFullPathName()});
+    EXPECT_EQ (refused.exitCode, 1);
+    EXPECT_TRUE (refused.output.contains ("not a licence key")) << refused.output;
+
+    PublicKey publicKey;
+    SecretKey secretKey;
+    LicenceToken::makeKeyPair (publicKey, secretKey); // not the vendor's
+    LicenceToken token;
+    token.product = "Klfn";
+    token.licensee = "Mallory";
+    token.email = "m@example.org";
+    token.serial = "FORGED";
+    token.issued = "2026-01-01";
+    folder.getChildFile ("forged.key").replaceWithText (token.sign (secretKey));
+    refused =
+        kelfiner ({"licence", "authorise", folder.getChildFile ("forged.key").getFullPathName()});
+    EXPECT_EQ (refused.exitCode, 1);
+    EXPECT_TRUE (refused.output.contains ("not genuine")) << refused.output;
+    EXPECT_TRUE (kelfiner ({"licence", "status"}).output.contains ("demo mode"));
+    EXPECT_EQ (kelfiner ({"licence", "deauthorise"}).exitCode, 0);
+    EXPECT_EQ (kelfiner ({"licence", "bogus"}).exitCode, 2);
+    folder.deleteRecursively();
+}
+
 int main (int argc, char** argv)
 {
+    // The tool keeps the plug-ins' licence in the user's folder: the tests get a folder of their
+    // own, passed on to the tool they start.
+    const auto home =
+        juce::File::getSpecialLocation (juce::File::tempDirectory)
+            .getChildFile ("kelfiner-cli-tests-" + juce::String (juce::Time::currentTimeMillis()));
+    home.createDirectory();
+    setenv ("HOME", home.getFullPathName().toRawUTF8(), 1);
+    setenv ("XDG_CONFIG_HOME", home.getChildFile (".config").getFullPathName().toRawUTF8(), 1);
     testing::InitGoogleTest (&argc, argv);
     testing::AddGlobalTestEnvironment (new vesk::test::JuceTestEnvironment());
-    return RUN_ALL_TESTS();
+    const int result = RUN_ALL_TESTS();
+    home.deleteRecursively();
+    return result;
 }
 
 // A preset holding absurd values goes through the same check as every other entrance: clamped to
