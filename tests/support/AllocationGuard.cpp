@@ -5,7 +5,14 @@
 
 // Sanitizers bring their own allocator; replacing it would mix two heaps, so under them the
 // guard counts nothing and says so.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// GCC says __SANITIZE_ADDRESS__; clang answers __has_feature.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VESK_UNDER_SANITIZER 1
+#endif
+#endif
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)                                \
+    && !defined(VESK_UNDER_SANITIZER)
 #define VESK_COUNT_ALLOCATIONS 1
 #endif
 
