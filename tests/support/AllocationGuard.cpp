@@ -33,6 +33,11 @@ namespace
 thread_local int watching = 0;
 thread_local std::size_t allocations = 0;
 
+} // namespace
+
+#if VESK_COUNT_ALLOCATIONS
+namespace
+{
 inline void note()
 {
     if (watching > 0)
@@ -40,7 +45,6 @@ inline void note()
 }
 } // namespace
 
-#if VESK_COUNT_ALLOCATIONS
 extern "C"
 {
     void* malloc (std::size_t size)
