@@ -191,8 +191,14 @@ void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data
             {
                 ahead.readDouble();
                 const int channels = ahead.readInt(), samples = ahead.readInt();
-                ahead.skipNextBytes (4 * static_cast<juce::int64> (juce::jmax (channels, 0))
-                                     * juce::jmax (samples, 0));
+                // Counts as deserializeSignal takes them; anything else ends the walk (and
+                // two large counts must not overflow on the way).
+                const auto remaining = ahead.getNumBytesRemaining();
+                const bool plausible = channels >= 0 && samples >= 0 && channels <= 64
+                                       && static_cast<juce::int64> (channels) * samples
+                                              <= remaining / 4;
+                ahead.skipNextBytes (plausible ? 4 * static_cast<juce::int64> (channels) * samples
+                                               : remaining);
             }
             if (ahead.getNumBytesRemaining() > 8
                 && static_cast<std::uint64_t> (ahead.readInt64()) == settingsMarker)

@@ -1,5 +1,8 @@
 #include "UntrustedXml.h"
 
+#include <cctype>
+#include <cstring>
+
 namespace
 {
 /** The deepest nesting of elements, counted without parsing: comments, processing
@@ -63,6 +66,23 @@ int nestingDepth (const char* text, std::size_t size)
     }
     return deepest;
 }
+
+/** Processing instructions other than a leading XML declaration. JUCE's reader loops forever on
+    one inside an element followed by text ("<a><?x?>8</a>"); no file of ours has any. */
+bool hasInnerProcessingInstruction (const char* text, std::size_t size)
+{
+    std::size_t start = 0;
+    while (start < size
+           && (std::isspace (static_cast<unsigned char> (text[start])) != 0
+               || static_cast<unsigned char> (text[start]) >= 0xEF))
+        ++start; // white space and a byte-order mark
+    if (start + 5 <= size && std::memcmp (text + start, "<?xml", 5) == 0)
+        start += 5;
+    for (std::size_t i = start; i + 1 < size; ++i)
+        if (text[i] == '<' && text[i + 1] == '?')
+            return true;
+    return false;
+}
 } // namespace
 
 std::unique_ptr<juce::XmlElement> parseUntrustedXml (const void* data, std::size_t size)
@@ -73,7 +93,8 @@ std::unique_ptr<juce::XmlElement> parseUntrustedXml (const void* data, std::size
     if (std::memchr (text, 0, size) != nullptr
         || !juce::CharPointer_UTF8::isValidString (text, static_cast<int> (size)))
         return nullptr;
-    if (nestingDepth (text, size) > untrustedXml::maximumDepth)
+    if (nestingDepth (text, size) > untrustedXml::maximumDepth
+        || hasInnerProcessingInstruction (text, size))
         return nullptr;
     return juce::parseXML (juce::String::fromUTF8 (text, static_cast<int> (size)));
 }

@@ -30,6 +30,7 @@ cmake --build "$sanitize_dir" --parallel "$jobs"
 "${run[@]}" ctest --test-dir "$sanitize_dir" --output-on-failure --parallel "$jobs"
 
 echo "== Fuzzing, ${seconds} s a target"
+failed=()
 for target in StateFuzzer PresetFuzzer FilterFileFuzzer AudioFileFuzzer LicenceFuzzer; do
     case $target in
         StateFuzzer) seeds=$root/tests/fuzz/corpus/state ;;
@@ -41,10 +42,20 @@ for target in StateFuzzer PresetFuzzer FilterFileFuzzer AudioFileFuzzer LicenceF
     found=$(mktemp -d)
     echo "-- $target"
     # New inputs go to a scratch folder; a crash leaves its input in the build folder.
-    (cd "$sanitize_dir" && "./tests/fuzz/$target" "$found" "$seeds" -max_total_time="$seconds" \
-        -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 2>&1 | tail -n 12)
+    if ! (cd "$sanitize_dir" && "./tests/fuzz/$target" "$found" "$seeds" \
+        -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 \
+        > "$target.log" 2>&1); then
+        failed+=("$target")
+        tail -n 40 "$sanitize_dir/$target.log"
+    else
+        tail -n 6 "$sanitize_dir/$target.log"
+    fi
     rm -r "$found"
 done
+if [ ${#failed[@]} -gt 0 ]; then
+    echo "fuzzing found faults in: ${failed[*]} (inputs in $sanitize_dir/crash-*)" >&2
+    exit 1
+fi
 
 echo "== ThreadSanitizer (engine)"
 cmake -S . -B "$tsan_dir" -DCMAKE_BUILD_TYPE=Debug -DKELFINER_TSAN=ON \

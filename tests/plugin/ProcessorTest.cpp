@@ -401,6 +401,10 @@ TEST (UntrustedXml, DepthSizeAndEncodingAreCheckedFirst)
     EXPECT_NE (parse (allowed + "</Preset>"), nullptr) << "as deep as allowed";
 
     EXPECT_EQ (parse ("<a>\xff"), nullptr);
+    // A processing instruction inside an element made JUCE's reader loop forever (found by
+    // fuzzing); the declaration at the top is still fine.
+    EXPECT_EQ (parse ("<a><?x?>8</a>"), nullptr);
+    EXPECT_NE (parse ("  <?xml version=\"1.0\"?>\n<a>8</a>"), nullptr);
     EXPECT_EQ (parse (std::string ("<a>\0</a>", 8)), nullptr);
     EXPECT_EQ (parse ("<a>" + std::string (untrustedXml::maximumBytes, ' ') + "</a>"), nullptr);
 
