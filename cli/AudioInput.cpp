@@ -49,6 +49,13 @@ std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::Input
         error = "unsupported channel count or sample rate: " + name;
         reader.reset();
     }
+    else if (reader->bitsPerSample < 8 || reader->bitsPerSample > 64)
+    {
+        // A header claiming less than a byte a sample made JUCE's AIFF reader divide by zero.
+        error =
+            "unsupported sample size (" + juce::String (reader->bitsPerSample) + " bits): " + name;
+        reader.reset();
+    }
     else if (const auto most = mostSamplesIn (*reader, bytes); reader->lengthInSamples > most)
     {
         error = "the header of " + name + " claims " + juce::String (reader->lengthInSamples)

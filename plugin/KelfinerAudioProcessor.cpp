@@ -194,9 +194,9 @@ void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data
                 // Counts as deserializeSignal takes them; anything else ends the walk (and
                 // two large counts must not overflow on the way).
                 const auto remaining = ahead.getNumBytesRemaining();
-                const bool plausible = channels >= 0 && samples >= 0 && channels <= 64
-                                       && static_cast<juce::int64> (channels) * samples
-                                              <= remaining / 4;
+                const bool plausible =
+                    channels >= 0 && samples >= 0 && channels <= 64
+                    && static_cast<juce::int64> (channels) * samples <= remaining / 4;
                 ahead.skipNextBytes (plausible ? 4 * static_cast<juce::int64> (channels) * samples
                                                : remaining);
             }

@@ -10,7 +10,7 @@ build_dir=${KELFINER_BUILD_DIR:-build}
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "== Checking formatting"
-git ls-files -- 'dsp/*' 'engine/*' 'plugin/*' 'gui/*' 'cli/*' 'tests/*' 'bench/*' \
+git ls-files -- 'dsp/*' 'engine/*' 'plugin/*' 'gui/*' 'cli/*' 'tests/*' 'bench/*' 'licensing/*' 'tools/*' \
     | { grep -E '\.(h|cpp)$' || true; } | xargs -r clang-format --dry-run --Werror
 
 echo "== Building"
