@@ -1,6 +1,7 @@
 #include "AboutBox.h"
 
 #include "ColourIds.h"
+#include "OverlayCard.h"
 
 AboutBox::AboutBox (BasePlugInProcessor& owner) : processor (owner)
 {
@@ -35,13 +36,7 @@ juce::Rectangle<int> AboutBox::getCard() const
 
 void AboutBox::paint (juce::Graphics& g)
 {
-    g.fillAll (juce::Colours::black.withAlpha (0.55f));
-    const auto card = getCard().toFloat();
-    g.setColour (findColour (ThemeColourIds::editorBackground));
-    g.fillRoundedRectangle (card, 8.0f);
-    g.setColour (findColour (ThemeColourIds::accent));
-    g.drawRoundedRectangle (card.reduced (0.5f), 8.0f, 1.5f);
-    g.setColour (findColour (ThemeColourIds::editorText));
+    paintOverlayCard (g, *this, getCard());
     auto area = getCard().reduced (16, 14);
     g.setFont (juce::Font (24.0f, juce::Font::bold));
     g.drawText (lines[0], area.removeFromTop (32), juce::Justification::centred);

@@ -1,6 +1,7 @@
 #include "DemoDialog.h"
 
 #include "ColourIds.h"
+#include "OverlayCard.h"
 
 using vesk::licensing::Verdict;
 
@@ -85,13 +86,7 @@ juce::Rectangle<int> DemoDialog::getCard() const
 
 void DemoDialog::paint (juce::Graphics& g)
 {
-    g.fillAll (juce::Colours::black.withAlpha (0.55f));
-    const auto card = getCard().toFloat();
-    g.setColour (findColour (ThemeColourIds::editorBackground));
-    g.fillRoundedRectangle (card, 8.0f);
-    g.setColour (findColour (ThemeColourIds::accent));
-    g.drawRoundedRectangle (card.reduced (0.5f), 8.0f, 1.5f);
-    g.setColour (findColour (ThemeColourIds::editorText));
+    paintOverlayCard (g, *this, getCard());
     g.setFont (juce::Font (20.0f, juce::Font::bold));
     g.drawText (TRANS ("Kelfiner demo"), getCard().reduced (20, 14).removeFromTop (26),
                 juce::Justification::centredLeft);

@@ -1,6 +1,7 @@
 // The command-line tool end to end: real files in, real files out, exit codes and messages.
 #include "JuceTestEnvironment.h"
 #include "LicenceToken.h"
+#include "OwnUserFolders.h"
 #include "Spectra.h"
 #include "TestSignals.h"
 
@@ -375,12 +376,7 @@ int main (int argc, char** argv)
 {
     // The tool keeps the plug-ins' licence in the user's folder: the tests get a folder of their
     // own, passed on to the tool they start.
-    const auto home =
-        juce::File::getSpecialLocation (juce::File::tempDirectory)
-            .getChildFile ("kelfiner-cli-tests-" + juce::String (juce::Time::currentTimeMillis()));
-    home.createDirectory();
-    setenv ("HOME", home.getFullPathName().toRawUTF8(), 1);
-    setenv ("XDG_CONFIG_HOME", home.getChildFile (".config").getFullPathName().toRawUTF8(), 1);
+    const auto home = vesk::test::useOwnUserFolders ("kelfiner-cli-tests");
     testing::InitGoogleTest (&argc, argv);
     testing::AddGlobalTestEnvironment (new vesk::test::JuceTestEnvironment());
     const int result = RUN_ALL_TESTS();

@@ -1,4 +1,5 @@
 #include "JuceTestEnvironment.h"
+#include "OwnUserFolders.h"
 
 #include <cstdlib>
 
@@ -6,12 +7,7 @@ int main (int argc, char** argv)
 {
     // The editors keep sizes, ranges, themes and presets in the user's folders: the tests get
     // folders of their own, so they neither read nor change a real user's.
-    const auto home =
-        juce::File::getSpecialLocation (juce::File::tempDirectory)
-            .getChildFile ("kelfiner-gui-tests-" + juce::String (juce::Time::currentTimeMillis()));
-    home.createDirectory();
-    setenv ("HOME", home.getFullPathName().toRawUTF8(), 1);
-    setenv ("XDG_CONFIG_HOME", home.getChildFile (".config").getFullPathName().toRawUTF8(), 1);
+    const auto home = vesk::test::useOwnUserFolders ("kelfiner-gui-tests");
     // Headless even where a display exists: the tests draw into images and must not open
     // windows (a failure's alert box would wait for a click).
     unsetenv ("DISPLAY");

@@ -1,6 +1,7 @@
 // The built VST3 and LV2 bundles, loaded through JUCE's own hosting code as a host would.
 #include "AllocationGuard.h"
 #include "JuceTestEnvironment.h"
+#include "OwnUserFolders.h"
 
 #include <juce_audio_processors/juce_audio_processors.h>
 
@@ -295,12 +296,7 @@ int main (int argc, char** argv)
 {
     // The plug-ins keep presets and their licence in the user's folders: the tests get folders
     // of their own (so no licence: the plug-ins run as demos).
-    const auto home =
-        juce::File::getSpecialLocation (juce::File::tempDirectory)
-            .getChildFile ("kelfiner-host-tests-" + juce::String (juce::Time::currentTimeMillis()));
-    home.createDirectory();
-    setenv ("HOME", home.getFullPathName().toRawUTF8(), 1);
-    setenv ("XDG_CONFIG_HOME", home.getChildFile (".config").getFullPathName().toRawUTF8(), 1);
+    const auto home = vesk::test::useOwnUserFolders ("kelfiner-host-tests");
     testing::InitGoogleTest (&argc, argv);
     testing::AddGlobalTestEnvironment (new vesk::test::JuceTestEnvironment());
     const int result = RUN_ALL_TESTS();
