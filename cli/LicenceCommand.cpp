@@ -1,4 +1,4 @@
-#include "LicenceCommand.h"
+#include "Commands.h"
 
 #include "KelfinerAudioProcessor.h"
 #include "LicenseManager.h"
@@ -8,8 +8,32 @@
 using vesk::licensing::LicenseManager;
 using vesk::licensing::Verdict;
 
-int licenceCommand (juce::StringArray const& args)
+namespace
 {
+class LicenceCommand final : public Command
+{
+public:
+    explicit LicenceCommand (CLI::App& parent)
+    {
+        app = parent.add_subcommand ("licence", "the plug-ins' licence on this machine");
+        app->alias ("license");
+        app->require_subcommand (1);
+        app->add_subcommand ("status", "what licence is in force");
+        auto* authorise = app->add_subcommand ("authorise", "store a licence key file");
+        authorise->alias ("authorize");
+        authorise->add_option ("file", keyFile, "the licence key file")->required();
+        app->add_subcommand ("deauthorise", "remove the stored licence")->alias ("deauthorize");
+    }
+
+    int run() override;
+
+private:
+    std::string keyFile;
+};
+
+int LicenceCommand::run()
+{
+
     const KelfinerAudioProcessor processor;
     LicenseManager licences (KelfinerAudioProcessor::licenceProductCode,
                              KelfinerAudioProcessor::vendorPublicKey(), processor.getLicenceFile());
@@ -32,36 +56,39 @@ int licenceCommand (juce::StringArray const& args)
         std::printf ("licence file: %s\n",
                      licences.getStoredLicenceFile().getFullPathName().toRawUTF8());
     };
-    const auto verb = args[1];
-    if (args.size() == 2 && verb == "status")
+    const auto verb = app->get_subcommands().front()->get_name();
+    if (verb == "status")
     {
         status();
         return 0;
     }
-    if (args.size() == 3 && (verb == "authorise" || verb == "authorize"))
+    if (verb == "authorise")
     {
-        const auto file = juce::File::getCurrentWorkingDirectory().getChildFile (args[2]);
+        const auto file = fileArgument (keyFile);
         const auto verdict = licences.authoriseFromFile (file);
         if (verdict != Verdict::accepted)
         {
-            std::fprintf (stderr, "error: %s: %s\n", file.getFullPathName().toRawUTF8(),
-                          vesk::licensing::describe (verdict).toRawUTF8());
+            printError (file.getFullPathName() + ": " + vesk::licensing::describe (verdict));
             return 1;
         }
         status();
         return 0;
     }
-    if (args.size() == 2 && (verb == "deauthorise" || verb == "deauthorize"))
+    if (verb == "deauthorise")
     {
         if (!licences.deauthorise())
         {
-            std::fprintf (stderr, "error: cannot remove %s\n",
-                          licences.getStoredLicenceFile().getFullPathName().toRawUTF8());
+            printError ("cannot remove " + licences.getStoredLicenceFile().getFullPathName());
             return 1;
         }
         status();
         return 0;
     }
-    std::fprintf (stderr, "usage: kelfiner licence status | authorise FILE | deauthorise\n");
-    return 2;
+    return 2; // the parser admits no other verb
+}
+} // namespace
+
+std::unique_ptr<Command> makeLicenceCommand (CLI::App& parent)
+{
+    return std::make_unique<LicenceCommand> (parent);
 }

@@ -266,7 +266,7 @@ bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& setting
     return true;
 }
 
-JobResult OfflineJob::run (std::function<void (double)> const& progress)
+JobResult OfflineJob::run (std::function<void (const char*, double)> const& progress)
 {
     JobResult result;
     auto reader = openReader (input, result.error);
@@ -316,8 +316,9 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
             reader->read (&buffer, 0, count, done, true, true);
             engine.learn (toSignal (buffer, count),
                           2); // edge-to-edge frames: the whole file, half the work
-            progress (static_cast<double> (done + count)
-                      / static_cast<double> (std::max<juce::int64> (length, 1)) / passes);
+            progress ("learning", static_cast<double> (done + count)
+                                      / static_cast<double> (std::max<juce::int64> (length, 1))
+                                      / (passes + 1.0));
         }
         result.learntFrames = engine.getEstimateFrameCount();
         processor.setCheckedParameterValue (Deconvolution::estimationModeIndex,
@@ -368,10 +369,11 @@ JobResult OfflineJob::run (std::function<void (double)> const& progress)
             reader->read (&buffer, 0, count, done, true, true);
             if (!each (count))
                 return false;
-            progress ((pass
+            progress (pass < passes ? "measuring" : "writing",
+                      (pass
                        + static_cast<double> (done + count)
                              / static_cast<double> (std::max<juce::int64> (length, 1)))
-                      / totalPasses);
+                          / totalPasses);
         }
         return true;
     };

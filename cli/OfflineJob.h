@@ -79,8 +79,9 @@ class OfflineJob
 {
 public:
     OfflineJob (JobSettings settings, juce::File input, juce::File output);
-    /** progress receives 0..1; may be called from any thread. */
-    JobResult run (std::function<void (double)> const& progress);
+    /** progress receives the phase ("learning", "measuring", "writing") and the share of the
+        whole file's work done, 0..1; it is called on the thread that runs the job. */
+    JobResult run (std::function<void (const char*, double)> const& progress);
     /** Learns a file's envelope into a filter (coefficients and rate). */
     static bool learnFilter (juce::File const& file, JobSettings const& settings,
                              vesk::audio::Signal32& coefficients, double& rate,

@@ -5,6 +5,7 @@
 #include <juce_graphics/juce_graphics.h>
 
 #include <cmath>
+#include <mutex>
 
 namespace
 {
@@ -16,6 +17,10 @@ bool drawPlot (juce::File const& file, std::vector<double> const& inputPower,
                std::vector<double> const& outputPower, double sampleRate,
                std::vector<float> const& curveFrequencies, vesk::audio::Signal32 const& correction)
 {
+    // JUCE's text rendering keeps shared caches (typefaces, glyphs) that are not safe to fill
+    // from several threads at once, and a batch runs its files in parallel.
+    static std::mutex drawing;
+    const std::scoped_lock one (drawing);
     const int width = 1000, height = 520;
     juce::Image image (juce::Image::RGB, width, height, true);
     juce::Graphics g (image);

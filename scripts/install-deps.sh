@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
     build-essential cmake pkg-config ccache clang-format clang llvm libclang-rt-14-dev
     libfftw3-dev libgtest-dev libbenchmark-dev
-    juce-modules-source libflac-dev libvorbis-dev libogg-dev libebur128-dev libsodium-dev
+    juce-modules-source libflac-dev libvorbis-dev libogg-dev libebur128-dev libsodium-dev libcli11-dev
     xvfb xauth fonts-dejavu-core fonts-font-awesome
 )
 

@@ -1,0 +1,101 @@
+#include "Batch.h"
+
+#include "CommandLine.h"
+
+namespace
+{
+juce::File withExtension (juce::File const& file, juce::String const& extension)
+{
+    return file.getSiblingFile (file.getFileNameWithoutExtension() + extension);
+}
+
+/** Results keep the input's container where the tool writes one; anything else becomes WAV. */
+juce::String outputExtension (juce::File const& input)
+{
+    return input.hasFileExtension ("wav;aif;aiff;flac") ? input.getFileExtension() : ".wav";
+}
+} // namespace
+
+bool looksLikeAudioFile (juce::File const& file)
+{
+    return file.hasFileExtension ("wav;wave;aif;aiff;aifc;flac;ogg;oga;mp3");
+}
+
+std::vector<BatchItem> planBatch (std::vector<std::string> const& inputs, juce::File const& output,
+                                  bool recursive, bool wantsPlot, bool wantsFilter)
+{
+    std::vector<BatchItem> items;
+    bool folderGiven = false;
+    for (auto const& given : inputs)
+    {
+        const auto path = fileArgument (given);
+        if (path.isDirectory())
+        {
+            folderGiven = true;
+            auto found = path.findChildFiles (juce::File::findFiles, recursive, "*",
+                                              juce::File::FollowSymlinks::noCycles);
+            found.sort();
+            std::size_t taken = 0;
+            for (auto const& file : found)
+                if (looksLikeAudioFile (file) && !file.getFileName().startsWithChar ('.'))
+                {
+                    const auto relative = file.getRelativePathFrom (path);
+                    items.push_back (
+                        {file,
+                         juce::File::addTrailingSeparator (juce::String (given)) + relative,
+                         output.getChildFile (relative),
+                         {},
+                         {}});
+                    ++taken;
+                }
+            if (taken == 0)
+                throw UsageError{given + " is a folder with no audio files"
+                                 + (recursive ? std::string()
+                                              : std::string (" (--recursive looks into its "
+                                                             "sub-folders)"))};
+        }
+        else if (path.existsAsFile())
+            items.push_back ({path, juce::String (given), {}, {}, {}});
+        else
+            throw UsageError{given + ": no such file or folder"};
+    }
+
+    const bool intoFolder = folderGiven || items.size() > 1 || output.isDirectory();
+    for (auto& item : items)
+    {
+        if (intoFolder)
+        {
+            if (item.output == juce::File())
+                item.output = output.getChildFile (item.input.getFileName());
+            item.output = withExtension (item.output, outputExtension (item.input));
+            if (wantsPlot)
+                item.plot = withExtension (item.output, ".png");
+            if (wantsFilter)
+                item.filter = withExtension (item.output, ".filter");
+        }
+        else
+            item.output = output;
+    }
+    return items;
+}
+
+juce::String checkOutputs (juce::Array<juce::File> const& reads,
+                           juce::Array<juce::File> const& writes, bool force)
+{
+    const auto same = [] (juce::File const& a, juce::File const& b)
+    { return a.getLinkedTarget().getFullPathName() == b.getLinkedTarget().getFullPathName(); };
+    for (int i = 0; i < writes.size(); ++i)
+    {
+        for (auto const& read : reads)
+            if (same (writes[i], read))
+                return writes[i].getFullPathName()
+                       + " is read by this run; it cannot also be an output";
+        for (int j = 0; j < i; ++j)
+            if (same (writes[i], writes[j]))
+                return "two results would be written to " + writes[i].getFullPathName()
+                       + "; nothing was written";
+        if (!force && writes[i].exists())
+            return "output exists (use --force to replace it): " + writes[i].getFullPathName();
+    }
+    return {};
+}

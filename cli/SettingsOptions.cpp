@@ -1,0 +1,156 @@
+#include "SettingsOptions.h"
+
+#include "Profiles.h"
+
+using vesk::audio::Deconvolution;
+
+namespace
+{
+std::string targetNames()
+{
+    std::string names;
+    for (auto const& profile : vesk::audio::targetProfiles)
+        names += (names.empty() ? "" : ", ") + std::string (profile.key);
+    return names;
+}
+
+int targetModelFromName (std::string const& name)
+{
+    const auto* profile =
+        vesk::audio::findTargetProfile (juce::String (name).toLowerCase().toStdString());
+    if (profile == nullptr)
+        throw UsageError{"--target \"" + name + "\" is not a target: it takes " + targetNames()};
+    return profile->model;
+}
+
+vesk::audio::Estimator estimatorFromName (std::string const& name)
+{
+    for (auto const& choice : vesk::audio::estimators)
+        if (name == choice.key)
+            return choice.estimator;
+    throw UsageError{"--estimator \"" + name
+                     + "\" is not an estimator: it takes spectrum or frames"};
+}
+} // namespace
+
+void SettingsOptions::addLearning (CLI::App& command)
+{
+    command.add_option ("--estimator", estimator,
+                        "spectrum (the long-term spectrum, default) or frames (each frame's model, "
+                        "averaged: the plug-in's original way)");
+    command.add_option ("--threshold", threshold,
+                        "learning threshold in dB (-112 .. -12; default -70 with the spectrum "
+                        "estimator and no preset, else -36 as in the plug-in)");
+    command.add_option ("--filter-length", filterLength,
+                        "model length in ms (1 .. 20; default 20 with the spectrum estimator and "
+                        "no preset, else 10 as in the plug-in)");
+    command.add_option ("--preset", preset, "start from a preset file");
+}
+
+void SettingsOptions::addCorrection (CLI::App& command)
+{
+    command.add_option ("--target", target, "target profile: " + targetNames());
+    command.add_option ("--target-filter", targetFilter, "a *.filter file as the custom target");
+    command.add_option ("--reference", reference, "learn the custom target from another recording");
+    command.add_option ("--smoothing", smoothing,
+                        "smooth the correction over this many octaves (0 .. 2; default 1/3 with "
+                        "the spectrum estimator, else 0)");
+    command.add_option ("--gain", gain, "master gain in dB (-24 .. 24)");
+    command
+        .add_option ("--emphasis", emphasis,
+                     "an emphasis point HZ:PERCENT (up to twelve; turns the emphasis curve on)")
+        ->take_all()
+        ->allow_extra_args (false);
+    command.add_option ("--save-filter", saveFilter, "save the learnt filter");
+    command.add_option ("--plot", plot, "draw input, output and correction into a PNG file");
+    command.add_flag ("--live", live,
+                      "one pass, as the plug-in hears it (default: learn the whole file first)");
+    command.add_option ("--max-boost", maxBoost,
+                        "lift no frequency by more than this many dB (0 .. 48; default: no limit)");
+    command.add_flag ("--lift-empty-bands", liftEmptyBands,
+                      "also lift bands that hold nothing (80 to 90 dB under the material's peak "
+                      "level: noise, an encoder's cut-off); by default they are left alone");
+    command.add_option ("--loudness", loudness,
+                        "match (default: the output as loud as the input, BS.1770) or off");
+    command.add_option ("--ceiling", ceiling,
+                        "sample-peak ceiling of the output in dBFS (-60 .. 0, default -1) or off; "
+                        "the gain comes down rather than a sample clip");
+}
+
+void SettingsOptions::addForce (CLI::App& command)
+{
+    command.add_flag ("-f,--force", force, "replace existing outputs");
+}
+
+JobSettings SettingsOptions::toJobSettings() const
+{
+    JobSettings settings;
+    if (target)
+        settings.targetModel = targetModelFromName (*target);
+    if (estimator)
+        settings.estimator = estimatorFromName (*estimator);
+    if (threshold)
+        settings.threshold =
+            checkedParameter (Deconvolution::estimationThresholdIndex, "--threshold", *threshold);
+    if (filterLength)
+        settings.filterLength =
+            checkedParameter (Deconvolution::filterLengthIndex, "--filter-length", *filterLength);
+    if (gain)
+        settings.masterGain = checkedParameter (Deconvolution::masterGainIndex, "--gain", *gain);
+    if (emphasis.size() > static_cast<std::size_t> (Deconvolution::numEmphasisPoints))
+        throw UsageError{"--emphasis given " + std::to_string (emphasis.size())
+                         + " times: the curve has at most twelve points"};
+    for (auto const& point : emphasis)
+    {
+        const auto colon = point.find (':');
+        if (colon == std::string::npos)
+            throw UsageError{"--emphasis \"" + point + "\" is not HZ:PERCENT"};
+        const float frequency = checkedParameter (Deconvolution::emphasisPointFrequencyIndex,
+                                                  "--emphasis frequency", point.substr (0, colon));
+        const float level = checkedParameter (Deconvolution::emphasisPointLevelIndex,
+                                              "--emphasis level", point.substr (colon + 1));
+        settings.emphasis.emplace_back (frequency, level);
+    }
+    if (smoothing)
+        settings.smoothingOctaves =
+            static_cast<float> (checkedNumber ("--smoothing", *smoothing, 0.0, 2.0, "octaves"));
+    if (maxBoost)
+        settings.maximumBoostDb =
+            static_cast<float> (checkedNumber ("--max-boost", *maxBoost, 0.0, 48.0, "dB"));
+    if (loudness)
+    {
+        if (*loudness != "match" && *loudness != "off")
+            throw UsageError{"--loudness \"" + *loudness
+                             + "\" is not a mode: it takes match or off"};
+        settings.matchLoudness = *loudness == "match";
+    }
+    if (ceiling)
+    {
+        if (*ceiling == "off")
+            settings.ceilingDb.reset();
+        else
+            settings.ceilingDb = static_cast<float> (
+                checkedNumber ("--ceiling", *ceiling, -60.0, 0.0, "dBFS, or off"));
+    }
+    const auto file = [] (std::optional<std::string> const& path)
+    { return path ? fileArgument (*path) : juce::File(); };
+    settings.preset = file (preset);
+    settings.targetFilter = file (targetFilter);
+    settings.reference = file (reference);
+    settings.saveFilter = file (saveFilter);
+    settings.plot = file (plot);
+    settings.live = live;
+    settings.force = force;
+    settings.spareEmptyBands = !liftEmptyBands;
+
+    // A reference or a filter file is a custom target; any other target beside one contradicts it.
+    if (targetFilter && reference)
+        throw UsageError{"--target-filter and --reference both set the custom target: give one"};
+    if ((targetFilter || reference) && target && settings.targetModel != Deconvolution::custom)
+        throw UsageError{std::string (reference ? "--reference" : "--target-filter")
+                         + " sets the custom target, but --target is \"" + *target
+                         + "\": leave --target out or make it custom"};
+    if (settings.targetModel == Deconvolution::custom && !targetFilter && !reference && !preset)
+        throw UsageError{"--target custom needs --target-filter F.filter or --reference REC"};
+    return settings;
+}

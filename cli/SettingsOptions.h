@@ -1,0 +1,28 @@
+#pragma once
+
+#include "CommandLine.h"
+#include "OfflineJob.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/** The settings options as typed, before any check. One command takes the groups it means. */
+struct SettingsOptions
+{
+    std::optional<std::string> target, targetFilter, reference, estimator, threshold, smoothing,
+        filterLength, gain, preset, saveFilter, plot, maxBoost, loudness, ceiling;
+    std::vector<std::string> emphasis;
+    bool live = false, liftEmptyBands = false, force = false;
+
+    /** How the learning works: --estimator, --threshold, --filter-length, --preset. */
+    void addLearning (CLI::App& command);
+    /** What the correction aims at and how far it goes (everything else but --force). */
+    void addCorrection (CLI::App& command);
+    void addForce (CLI::App& command);
+
+    /** Every value checked (numbers against the plug-in's parameter table or the tool's own
+        ranges, names against their lists, options that contradict each other refused); the
+        first problem is a UsageError. */
+    JobSettings toJobSettings() const;
+};
