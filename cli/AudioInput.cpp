@@ -42,7 +42,7 @@ std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::Input
     formats.registerBasicFormats();
     std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (std::move (stream)));
     if (reader == nullptr)
-        error = "not an audio file this tool reads (WAV, AIFF, FLAC, Ogg Vorbis): " + name;
+        error = "not an audio file this tool reads (WAV, AIFF, FLAC, Ogg Vorbis, MP3): " + name;
     else if (reader->numChannels < 1 || reader->numChannels > 8 || !(reader->sampleRate >= 1000.0)
              || !(reader->sampleRate <= 1.0e6))
     {
@@ -80,4 +80,29 @@ std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juc
         return nullptr;
     }
     return openReader (std::move (stream), file.getSize(), file.getFullPathName(), error);
+}
+
+double rmsLevelDb (juce::AudioFormatReader& reader)
+{
+    const int block = 1 << 16;
+    juce::AudioBuffer<float> buffer (static_cast<int> (reader.numChannels), block);
+    double sum = 0.0;
+    juce::int64 counted = 0;
+    for (juce::int64 done = 0; done < reader.lengthInSamples; done += block)
+    {
+        const auto count =
+            static_cast<int> (std::min<juce::int64> (block, reader.lengthInSamples - done));
+        reader.read (&buffer, 0, count, done, true, true);
+        for (int c = 0; c < buffer.getNumChannels(); ++c)
+        {
+            const float* samples = buffer.getReadPointer (c);
+            for (int n = 0; n < count; ++n)
+                if (std::isfinite (samples[n]))
+                    sum += static_cast<double> (samples[n]) * samples[n];
+        }
+        counted += static_cast<juce::int64> (count) * buffer.getNumChannels();
+    }
+    return 10.0
+           * std::log10 (
+               std::max (sum / static_cast<double> (std::max<juce::int64> (counted, 1)), 1.0e-20));
 }

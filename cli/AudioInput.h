@@ -4,10 +4,10 @@
 
 #include <memory>
 
-/** Audio files as the tool takes them in: WAV, AIFF, FLAC or Ogg Vorbis, 1 to 8 channels, a
-    plausible rate, and never more samples than the file's size can hold (a header may claim
-    anything; a reader would make up silence for what is not there). Null, with the reason in
-    `error`, for anything else. */
+/** Audio files as the tool takes them in: WAV, AIFF, FLAC, Ogg Vorbis or MP3 (told by content, not
+   by name), 1 to 8 channels, a plausible rate, and never more samples than the file's size can hold
+   (a header may claim anything; a reader would make up silence for what is not there). Null, with
+   the reason in `error`, for anything else. */
 std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juce::String& error);
 /** The same from a stream of `bytes` bytes; `name` is what messages call it. */
 std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::InputStream> stream,
@@ -15,3 +15,6 @@ std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::Input
                                                      juce::String& error);
 /** Replaces NaN and infinite samples by silence; returns how many there were. */
 int silenceNonFinite (juce::AudioBuffer<float>& buffer);
+/** The RMS level of a whole file over all its channels, in dBFS; NaN and infinity count as
+    silence. Reads the file once. */
+double rmsLevelDb (juce::AudioFormatReader& reader);

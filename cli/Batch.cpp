@@ -22,7 +22,8 @@ bool looksLikeAudioFile (juce::File const& file)
 }
 
 std::vector<BatchItem> planBatch (std::vector<std::string> const& inputs, juce::File const& output,
-                                  bool recursive, bool wantsPlot, bool wantsFilter)
+                                  bool recursive, bool wantsPlot, bool wantsFilter,
+                                  juce::String const& extension)
 {
     std::vector<BatchItem> items;
     bool folderGiven = false;
@@ -67,14 +68,21 @@ std::vector<BatchItem> planBatch (std::vector<std::string> const& inputs, juce::
         {
             if (item.output == juce::File())
                 item.output = output.getChildFile (item.input.getFileName());
-            item.output = withExtension (item.output, outputExtension (item.input));
+            item.output = withExtension (
+                item.output, extension.isNotEmpty() ? extension : outputExtension (item.input));
             if (wantsPlot)
                 item.plot = withExtension (item.output, ".png");
             if (wantsFilter)
                 item.filter = withExtension (item.output, ".filter");
         }
         else
+        {
+            if (extension.isNotEmpty() && !output.hasFileExtension (extension))
+                throw UsageError{"-o " + output.getFullPathName().toStdString() + " is a "
+                                 + output.getFileExtension().toStdString() + " file, not "
+                                 + extension.substring (1).toStdString()};
             item.output = output;
+        }
     }
     return items;
 }

@@ -21,10 +21,12 @@ bool looksLikeAudioFile (juce::File const& file);
     in it (and in its sub-folders with `recursive`), sorted by name. With several results, or a
     folder among the inputs, `output` is a folder and each result keeps the path it had under
     the folder it came from, with its plot and filter beside it when wanted (a single result
-    takes the paths the user gave for those). Throws
+    takes the paths the user gave for those). `extension` (".flac", say) is what results are
+    written as; empty: as each input, WAV for what the tool cannot write. Throws
     UsageError for an input that does not exist or a folder with no audio. */
 std::vector<BatchItem> planBatch (std::vector<std::string> const& inputs, juce::File const& output,
-                                  bool recursive, bool wantsPlot, bool wantsFilter);
+                                  bool recursive, bool wantsPlot, bool wantsFilter,
+                                  juce::String const& extension = {});
 
 /** What stops a run before anything is written: an output that is also something the run reads
     (never allowed, --force or not), two results bound for one file, or an existing file without

@@ -8,6 +8,7 @@
 #include "WindowFunctions.h"
 
 #include <cmath>
+#include <limits>
 
 using vesk::audio::Deconvolution;
 using vesk::audio::Signal32;
@@ -15,6 +16,33 @@ using vesk::audio::Signal32;
 namespace
 {
 constexpr int blockSize = 4096;
+
+/** Triangular (TPDF) dither of one step of the output's resolution: requantised without it, the
+    correction's quiet tails would turn into distortion. Seeded, so runs stay reproducible.
+    Zero bits: a float output, left alone. */
+class TpdfDither
+{
+public:
+    explicit TpdfDither (int bits)
+        : step (bits > 0 ? static_cast<float> (std::ldexp (1.0, 1 - bits)) : 0.0f)
+    {
+    }
+    void apply (juce::AudioBuffer<float>& buffer)
+    {
+        if (step == 0.0f)
+            return;
+        for (int c = 0; c < buffer.getNumChannels(); ++c)
+        {
+            float* samples = buffer.getWritePointer (c);
+            for (int n = 0; n < buffer.getNumSamples(); ++n)
+                samples[n] += (random.nextFloat() - random.nextFloat()) * step;
+        }
+    }
+
+private:
+    float step;
+    juce::Random random{1};
+};
 
 Signal32 toSignal (juce::AudioBuffer<float> const& buffer, int samples)
 {
@@ -47,26 +75,29 @@ std::optional<float> defaultFilterLength (JobSettings const& settings)
     return std::nullopt;
 }
 
-/** The threshold asked for; else, without a preset, the long-term spectrum's default of
-    -70 dBFS. Its sum weighs quiet frames by their little energy anyway; gating them at the
-    plug-in's -36 dB left out the quiet, often bright, parts of speech in one recording and not
-    in the other (evaluation score 86 -> 88). */
-std::optional<float> defaultThreshold (JobSettings const& settings)
+/** The threshold asked for; else, without a preset, the long-term spectrum's default: 50 dB
+    under the file's own RMS level (-70 dBFS for material at -20 dBFS), so that a recording
+    turned down is learnt as it would be at full level. The long-term spectrum's sum weighs quiet
+    frames by their little energy anyway; gating them at the plug-in's -36 dB left out the quiet,
+    often bright, parts of speech in one recording and not in the other (evaluation score
+    86 -> 88). */
+std::optional<float> defaultThreshold (JobSettings const& settings, juce::AudioFormatReader& reader)
 {
     if (settings.threshold)
         return settings.threshold;
     if (settings.preset == juce::File() && usesLongTermSpectrum (settings))
-        return -70.0f;
+        return static_cast<float> (std::clamp (rmsLevelDb (reader) - 50.0, -112.0, -12.0));
     return std::nullopt;
 }
 
 /** How the file or reference is learnt: the long-term spectrum unless the user asks for the
     original estimator (whatever a preset of the plug-in chose), with its threshold and length. */
-void applyLearning (KelfinerAudioProcessor& processor, JobSettings const& settings)
+void applyLearning (KelfinerAudioProcessor& processor, JobSettings const& settings,
+                    juce::AudioFormatReader& reader)
 {
     processor.getEngine().setEstimator (
         settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum));
-    if (const auto threshold = defaultThreshold (settings))
+    if (const auto threshold = defaultThreshold (settings, reader))
         processor.setCheckedParameterValue (Deconvolution::estimationThresholdIndex, *threshold,
                                             false);
     if (const auto length = defaultFilterLength (settings))
@@ -168,7 +199,8 @@ OfflineJob::OfflineJob (JobSettings settingsToUse, juce::File in, juce::File out
 {
 }
 
-bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& error) const
+bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::AudioFormatReader& reader,
+                            juce::String& error) const
 {
     auto& engine = processor.getEngine();
     if (settings.preset != juce::File() && !processor.importFromPresetFile (settings.preset))
@@ -176,13 +208,16 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& err
         error = "cannot read preset: " + settings.preset.getFullPathName();
         return false;
     }
-    applyLearning (processor, settings);
+    applyLearning (processor, settings, reader);
     Deconvolution::CorrectionLimits limits;
     limits.spareEmptyBands = settings.spareEmptyBands;
     limits.smoothingOctaves = settings.smoothingOctaves.value_or (
         usesLongTermSpectrum (settings) ? defaultSmoothingOctaves : 0.0f);
     if (settings.maximumBoostDb)
         limits.maximumBoostDb = *settings.maximumBoostDb;
+    limits.amount = settings.amountPercent / 100.0f;
+    if (settings.rangeHz)
+        std::tie (limits.lowestHz, limits.highestHz) = *settings.rangeHz;
     engine.setCorrectionLimits (limits); // the tool matches loudness itself, by measurement
     if (settings.targetModel)
         processor.setCheckedParameterValue (Deconvolution::targetModelIndex,
@@ -248,7 +283,7 @@ bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& setting
     auto& engine = processor.getEngine();
     const auto channels = static_cast<int> (reader->numChannels);
     engine.setFormat ({channels, reader->sampleRate}, {channels, reader->sampleRate});
-    applyLearning (processor, settings);
+    applyLearning (processor, settings, *reader);
     juce::AudioBuffer<float> buffer (channels, blockSize);
     for (juce::int64 done = 0; done < reader->lengthInSamples; done += blockSize)
     {
@@ -299,7 +334,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         result.error = "unsupported channel layout";
         return result;
     }
-    if (!configure (processor, result.error))
+    if (!configure (processor, *reader, result.error))
         return result;
     auto& engine = processor.getEngine();
     // Nobody looks at the analysers here; they only change what is displayed, never the audio.
@@ -330,7 +365,13 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     // Written beside the output and renamed over it at the end: never a partial output file.
     juce::TemporaryFile temporary (output);
     const InterruptCleanup cleanAudio (temporary.getFile());
-    int bits = static_cast<int> (reader->bitsPerSample);
+    int bits = settings.bits.value_or (static_cast<int> (reader->bitsPerSample));
+    if (settings.bits && !format->getPossibleBitDepths().contains (bits))
+    {
+        result.error = juce::String (bits) + "-bit samples cannot be written as "
+                       + format->getFormatName() + ": " + output.getFullPathName();
+        return result;
+    }
     if (!format->getPossibleBitDepths().contains (bits))
         bits = format->getPossibleBitDepths().contains (24)
                    ? 24
@@ -403,8 +444,10 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     result.loudnessInLufs = inputLevel.integratedLoudness();
     result.loudnessOutLufs = outputLevel.integratedLoudness();
     double gainDb = 0.0;
-    if (settings.matchLoudness && std::isfinite (result.loudnessInLufs)
-        && std::isfinite (result.loudnessOutLufs))
+    if (settings.loudnessTargetLufs && std::isfinite (result.loudnessOutLufs))
+        gainDb = *settings.loudnessTargetLufs - result.loudnessOutLufs;
+    else if (settings.matchLoudness && std::isfinite (result.loudnessInLufs)
+             && std::isfinite (result.loudnessOutLufs))
         gainDb = result.loudnessInLufs - result.loudnessOutLufs;
     // Fixed-point files clip above full scale, and a float file clips as soon as anything
     // converts it: the gain comes down rather than a sample clip.
@@ -417,6 +460,12 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     result.gainDb = gainDb;
     result.loudnessOutLufs += gainDb;
     const auto gain = static_cast<float> (std::pow (10.0, gainDb / 20.0));
+    // A sample is counted as kept under the ceiling when the gain without the ceiling would
+    // have put it over.
+    const auto overAt = settings.ceilingDb ? static_cast<float> (
+                            std::pow (10.0, (*settings.ceilingDb - result.peakReductionDb) / 20.0))
+                                           : std::numeric_limits<float>::infinity();
+    TpdfDither dither (writer->isFloatingPoint() ? 0 : bits);
 
     restart();
     const bool written = runThrough (
@@ -429,6 +478,12 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
             view.applyGain (gain);
             // Whatever happened upstream, no NaN or infinity is ever written.
             result.silencedOutputSamples += silenceNonFinite (view);
+            if (result.peakReductionDb > 0.0)
+                for (int c = 0; c < channels; ++c)
+                    for (int n = 0; n < count; ++n)
+                        result.samplesKeptUnderCeiling +=
+                            std::abs (view.getSample (c, n)) > overAt ? 1 : 0;
+            dither.apply (view);
             return writer->writeFromAudioSampleBuffer (buffer, 0, count);
         });
     if (!written)

@@ -22,12 +22,21 @@ struct JobSettings
     bool force = false;
     /** No bin lifted by more than this (dB); none: no limit. */
     std::optional<float> maximumBoostDb;
+    /** The share of the correction applied, in percent of its dB. */
+    float amountPercent = 100.0f;
+    /** Outside this band (Hz) the correction is held flat; none: everywhere. */
+    std::optional<std::pair<float, float>> rangeHz;
     /** Smoothing of the correction, in octaves; none: the tool's default for the estimator. */
     std::optional<float> smoothingOctaves;
     /** Bands that hold nothing (80 to 90 dB under the learnt spectrum's peak) are not lifted. */
     bool spareEmptyBands = true;
     /** The output's integrated loudness is brought back to the input's. */
     bool matchLoudness = true;
+    /** Instead, the output's integrated loudness is brought to this (LUFS). */
+    std::optional<float> loudnessTargetLufs;
+    /** The output's sample format: 16, 24 or 32 bits (32 is float); none: as the input's where
+        the output format can hold it. Fixed-point results are TPDF-dithered. */
+    std::optional<int> bits;
     /** Outputs keep their sample peaks at or below this (dBFS); none: off. */
     std::optional<float> ceilingDb = -1.0f;
 };
@@ -41,10 +50,11 @@ struct JobResult
     float correctionMinDb = 0.0f, correctionMaxDb = 0.0f;
     double deviationBeforeDb = 0.0, deviationAfterDb = 0.0;
     double loudnessInLufs = 0.0, loudnessOutLufs = 0.0;
-    double gainDb = 0.0;                   // applied after the correction
-    double peakReductionDb = 0.0;          // of that, what the peak ceiling took
-    juce::int64 nonFiniteSamples = 0;      // in the input, taken as silence
-    juce::int64 silencedOutputSamples = 0; // non-finite results written as silence
+    double gainDb = 0.0;                     // applied after the correction
+    double peakReductionDb = 0.0;            // of that, what the peak ceiling took
+    juce::int64 samplesKeptUnderCeiling = 0; // that would have gone over it without
+    juce::int64 nonFiniteSamples = 0;        // in the input, taken as silence
+    juce::int64 silencedOutputSamples = 0;   // non-finite results written as silence
 };
 
 /** Long-term power spectrum of a stream, accumulated block by block (8192-point frames). */
@@ -88,7 +98,8 @@ public:
                              juce::String& error);
 
 private:
-    bool configure (KelfinerAudioProcessor& processor, juce::String& error) const;
+    bool configure (KelfinerAudioProcessor& processor, juce::AudioFormatReader& reader,
+                    juce::String& error) const;
 
     JobSettings settings;
     juce::File input, output;

@@ -23,6 +23,7 @@ public:
         app->add_flag ("-r,--recursive", recursive, "take folders' sub-folders too");
         settings.addLearning (*app);
         settings.addCorrection (*app);
+        settings.addOutputFormat (*app);
         settings.addForce (*app);
         app->add_option ("-j,--jobs", jobs,
                          "files processed at once (1 .. 256; default: all cores)");
@@ -41,7 +42,7 @@ public:
             throw UsageError{"--quiet and --progress contradict each other: give one"};
         const auto out = fileArgument (output);
         const auto items = planBatch (inputs, out, recursive, job.plot != juce::File(),
-                                      job.saveFilter != juce::File());
+                                      job.saveFilter != juce::File(), settings.outputExtension());
         return runBatch (items, out, job, threads);
     }
 
@@ -166,6 +167,18 @@ juce::String summaryLine (juce::String const& shownName, juce::File const& outpu
         line << ", " << juce::String (result.peakReductionDb, 1)
              << " dB less to keep peaks under the ceiling";
     line << ")";
+    if (result.samplesKeptUnderCeiling > 0)
+        line << "; warning: the ceiling kept " << juce::String (result.samplesKeptUnderCeiling)
+             << " samples from going over it (the output is "
+             << juce::String (result.peakReductionDb, 1) << " dB quieter than asked)";
+    // About a second of material at the tool's default model length.
+    constexpr std::uint64_t fewestFramesToTrust = 25;
+    if (result.learntFrames == 0)
+        line << "; warning: nothing was loud enough to learn, so nothing was corrected (see "
+                "--threshold)";
+    else if (result.learntFrames < fewestFramesToTrust)
+        line << "; warning: only " << juce::String (result.learntFrames)
+             << " frames were learnt, too few to trust the correction";
     if (result.deviationAfterDb > result.deviationBeforeDb)
         line << "; warning: the result is further from the target than the input";
     if (result.nonFiniteSamples > 0)

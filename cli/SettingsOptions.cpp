@@ -67,14 +67,40 @@ void SettingsOptions::addCorrection (CLI::App& command)
                       "one pass, as the plug-in hears it (default: learn the whole file first)");
     command.add_option ("--max-boost", maxBoost,
                         "lift no frequency by more than this many dB (0 .. 48; default: no limit)");
+    command.add_option ("--amount", amount,
+                        "apply this share of the correction, in percent of its dB (0 .. 200; "
+                        "default 100)");
+    command.add_option ("--range", range,
+                        "LO:HI in Hz: outside this band the correction is held flat (for example "
+                        "40:16000 above an encoder's low-pass)");
     command.add_flag ("--lift-empty-bands", liftEmptyBands,
                       "also lift bands that hold nothing (80 to 90 dB under the material's peak "
                       "level: noise, an encoder's cut-off); by default they are left alone");
     command.add_option ("--loudness", loudness,
-                        "match (default: the output as loud as the input, BS.1770) or off");
+                        "match (default: the output as loud as the input, BS.1770), off, or a "
+                        "level such as -16LUFS (-70 .. 0)");
     command.add_option ("--ceiling", ceiling,
                         "sample-peak ceiling of the output in dBFS (-60 .. 0, default -1) or off; "
                         "the gain comes down rather than a sample clip");
+}
+
+void SettingsOptions::addOutputFormat (CLI::App& command)
+{
+    command.add_option ("--bits", bits,
+                        "16, 24 or 32f (float, WAV only); default: the input's where the format "
+                        "holds it. Fixed-point results are TPDF-dithered");
+    command.add_option ("--format", format,
+                        "wav, flac or aiff: what results are written as (default: the input's, "
+                        "WAV for what the tool cannot write)");
+}
+
+juce::String SettingsOptions::outputExtension() const
+{
+    if (!format)
+        return {};
+    if (*format == "wav" || *format == "flac" || *format == "aiff")
+        return "." + juce::String (*format);
+    throw UsageError{"--format \"" + *format + "\" is not a format: it takes wav, flac or aiff"};
 }
 
 void SettingsOptions::addForce (CLI::App& command)
@@ -117,13 +143,46 @@ JobSettings SettingsOptions::toJobSettings() const
     if (maxBoost)
         settings.maximumBoostDb =
             static_cast<float> (checkedNumber ("--max-boost", *maxBoost, 0.0, 48.0, "dB"));
-    if (loudness)
+    if (amount)
+        settings.amountPercent =
+            static_cast<float> (checkedNumber ("--amount", *amount, 0.0, 200.0, "%"));
+    if (range)
     {
-        if (*loudness != "match" && *loudness != "off")
-            throw UsageError{"--loudness \"" + *loudness
-                             + "\" is not a mode: it takes match or off"};
-        settings.matchLoudness = *loudness == "match";
+        const auto colon = range->find (':');
+        if (colon == std::string::npos)
+            throw UsageError{"--range \"" + *range + "\" is not LO:HI (in Hz, such as 40:16000)"};
+        const auto low =
+            checkedNumber ("--range low", range->substr (0, colon), 0.0, 96000.0, "Hz");
+        const auto high =
+            checkedNumber ("--range high", range->substr (colon + 1), 0.0, 96000.0, "Hz");
+        if (!(low < high))
+            throw UsageError{"--range " + *range + " is empty: LO must lie under HI"};
+        settings.rangeHz = std::pair{static_cast<float> (low), static_cast<float> (high)};
     }
+    if (loudness && *loudness != "match")
+    {
+        settings.matchLoudness = false;
+        if (*loudness != "off")
+        {
+            auto level = juce::String (*loudness).trim();
+            if (!level.endsWithIgnoreCase ("LUFS"))
+                throw UsageError{"--loudness \"" + *loudness
+                                 + "\" is not a mode: it takes match, off or a level such as "
+                                   "-16LUFS"};
+            settings.loudnessTargetLufs = static_cast<float> (
+                checkedNumber ("--loudness", level.dropLastCharacters (4).trim().toStdString(),
+                               -70.0, 0.0, "LUFS"));
+        }
+    }
+    if (bits)
+    {
+        if (*bits != "16" && *bits != "24" && *bits != "32f")
+            throw UsageError{"--bits " + *bits + " is not a sample format: it takes 16, 24 or 32f"};
+        settings.bits = std::stoi (*bits);
+        if (settings.bits == 32 && format && *format != "wav")
+            throw UsageError{"--bits 32f is written as WAV only, not as --format " + *format};
+    }
+    outputExtension(); // checked here with everything else
     if (ceiling)
     {
         if (*ceiling == "off")

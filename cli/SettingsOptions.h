@@ -11,7 +11,8 @@
 struct SettingsOptions
 {
     std::optional<std::string> target, targetFilter, reference, estimator, threshold, smoothing,
-        filterLength, gain, preset, saveFilter, plot, maxBoost, loudness, ceiling;
+        filterLength, gain, preset, saveFilter, plot, maxBoost, loudness, ceiling, bits, format,
+        amount, range;
     std::vector<std::string> emphasis;
     bool live = false, liftEmptyBands = false, force = false;
 
@@ -20,6 +21,11 @@ struct SettingsOptions
     /** What the correction aims at and how far it goes (everything else but --force). */
     void addCorrection (CLI::App& command);
     void addForce (CLI::App& command);
+    /** --bits and --format: what the results are written as. */
+    void addOutputFormat (CLI::App& command);
+
+    /** The extension --format asks for (".wav", ".flac", ".aiff"); empty: as the input's. */
+    juce::String outputExtension() const;
 
     /** Every value checked (numbers against the plug-in's parameter table or the tool's own
         ranges, names against their lists, options that contradict each other refused); the

@@ -128,6 +128,11 @@ public:
             so that it follows the material's balance rather than the harmonics of the notes
             or voices that happened to be learnt; 0: not smoothed. */
         float smoothingOctaves = 0.0f;
+        /** The whole correction scaled in dB: 1 as designed, 0.5 half of it, 0 none. */
+        float amount = 1.0f;
+        /** Outside this band the correction holds its value at the nearer edge (Hz): nothing is
+            chased above an encoder's low-pass or below a microphone's roll-off. */
+        float lowestHz = 0.0f, highestHz = std::numeric_limits<float>::infinity();
     };
     /** Any thread but the audio thread; redesigns. */
     void setCorrectionLimits (const CorrectionLimits& limits);

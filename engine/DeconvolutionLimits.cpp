@@ -88,6 +88,22 @@ void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whit
     const float* a = whitening.getChannel (0);
     const double rate = sampleRate.load();
 
+    if (correctionLimits.lowestHz > 0.0f || std::isfinite (correctionLimits.highestHz))
+    {
+        int first = 0, last = bins - 1;
+        while (first < last
+               && binFrequencies[static_cast<std::size_t> (first)] < correctionLimits.lowestHz)
+            ++first;
+        while (last > first
+               && binFrequencies[static_cast<std::size_t> (last)] > correctionLimits.highestHz)
+            --last;
+        std::fill (c, c + first, c[first]);
+        std::fill (c + last + 1, c + bins, c[last]);
+    }
+    if (correctionLimits.amount != 1.0f)
+        for (int k = 0; k < bins; ++k)
+            c[k] = std::pow (c[k], correctionLimits.amount);
+
     // The learnt power spectrum is 1 / |A|^2; its peak tells where "almost nothing" begins.
     if (correctionLimits.spareEmptyBands)
     {

@@ -31,7 +31,11 @@ TEST (CommandLine, EveryMalformedOrOutOfRangeValueIsRefusedWithItsRange)
         {{"--max-boost", "60"}, "--max-boost 60 is out of range: it takes 0 .. 48 dB"},
         {{"--smoothing=3"}, "--smoothing 3 is out of range: it takes 0 .. 2 octaves"},
         {{"--ceiling", "3"}, "--ceiling 3 is out of range: it takes -60 .. 0 dBFS"},
-        {{"--loudness", "loud"}, "--loudness \"loud\" is not a mode: it takes match or off"},
+        {{"--loudness", "loud"}, "--loudness \"loud\" is not a mode: it takes match, off or a"},
+        {{"--loudness", "-80LUFS"}, "--loudness -80 is out of range: it takes -70 .. 0 LUFS"},
+        {{"--bits", "8"}, "--bits 8 is not a sample format: it takes 16, 24 or 32f"},
+        {{"--format", "mp3"}, "--format \"mp3\" is not a format: it takes wav, flac or aiff"},
+        {{"--format", "flac"}, "-o " + out + " is a .wav file, not flac"},
         {{"--target", "loud"}, "--target \"loud\" is not a target: it takes automatic, music"},
         {{"--estimator", "mean"}, "--estimator \"mean\" is not an estimator"},
         {{"--target", "custom"}, "--target custom needs --target-filter"},
@@ -128,4 +132,67 @@ TEST (CommandLine, FoldersAreMirroredAndEveryFileIsAccountedFor)
         kelfiner ({"process", empty.getFullPathName(), "-o", files ("none").getFullPathName()});
     EXPECT_EQ (nothing.exitCode, 2);
     EXPECT_TRUE (nothing.output.contains ("no audio files")) << nothing.output;
+}
+
+namespace
+{
+int learntFrames (juce::String const& summary)
+{
+    return summary.fromFirstOccurrenceOf ("learnt ", false, false).getIntValue();
+}
+} // namespace
+
+TEST (CommandLine, LevelFormatAndHowMuchIsCorrected)
+{
+    const Folder files;
+    const auto loud = colouredNoise ({vesk::test::Biquad::lowPass (2500, 0.7, 48000),
+                                      vesk::test::Biquad::peak (200, 1.0, 8, 48000)},
+                                     48000, 2, 11);
+    writeWav (files ("loud.wav"), loud, 48000, 24);
+    writeWav (files ("quiet.wav"), loud * 0.03f, 48000, 24); // 30 dB down
+    const auto process =
+        [&] (juce::String const& in, juce::String const& out, juce::StringArray options)
+    {
+        auto args = juce::StringArray{"process", files (in).getFullPathName(), "-o",
+                                      files (out).getFullPathName(), "--force"};
+        args.addArray (options);
+        const auto run = kelfiner (args);
+        EXPECT_EQ (run.exitCode, 0) << args.joinIntoString (" ") << "\n" << run.output;
+        return run.output;
+    };
+
+    // The default threshold follows the file's own level: turned down, it learns the same.
+    const auto fromLoud = process ("loud.wav", "a.wav", {});
+    EXPECT_GT (learntFrames (fromLoud), 0) << fromLoud;
+    EXPECT_EQ (learntFrames (process ("quiet.wav", "b.wav", {})), learntFrames (fromLoud));
+    EXPECT_EQ (learntFrames (process ("quiet.wav", "c.wav", {"--threshold", "-36"})), 0)
+        << "an absolute threshold stays absolute";
+
+    // --amount scales the correction in dB; --range holds it flat outside the band.
+    const auto span = [] (juce::String const& summary)
+    {
+        const auto text = summary.fromFirstOccurrenceOf ("correction ", false, false);
+        return text.fromFirstOccurrenceOf (".. ", false, false).getDoubleValue()
+               - text.getDoubleValue();
+    };
+    const auto full = span (fromLoud);
+    EXPECT_NEAR (span (process ("loud.wav", "d.wav", {"--amount", "50"})), full / 2.0, 0.2);
+    EXPECT_NEAR (span (process ("loud.wav", "e.wav", {"--amount=0"})), 0.0, 0.05);
+    EXPECT_LT (span (process ("loud.wav", "f.wav", {"--range", "100:1000"})), full / 2.0);
+
+    // A loudness target, 16-bit output (dithered, never clipped) and FLAC by request.
+    const auto louder = process ("loud.wav", "g.flac",
+                                 {"--loudness", "-16LUFS", "--bits", "16", "--format", "flac"});
+    EXPECT_TRUE (louder.contains ("-> -16.0 LUFS") || louder.contains ("ceiling")) << louder;
+    juce::AudioFormatManager formats;
+    formats.registerBasicFormats();
+    std::unique_ptr<juce::AudioFormatReader> flac (formats.createReaderFor (files ("g.flac")));
+    ASSERT_NE (flac, nullptr);
+    EXPECT_EQ (flac->bitsPerSample, 16u);
+    EXPECT_EQ (flac->getFormatName(), "FLAC file");
+    EXPECT_EQ (levelsOf (files ("a.wav")).clipped, 0);
+
+    // Content, not the name, tells what a file is.
+    ASSERT_TRUE (files ("loud.wav").copyFileTo (files ("take.oga")));
+    process ("take.oga", "h.wav", {});
 }
