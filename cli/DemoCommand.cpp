@@ -1,6 +1,6 @@
 #include "Commands.h"
 #include "DemoInput.h"
-#include "ProcessCommand.h"
+#include "Report.h"
 #include "SettingsOptions.h"
 
 #include <cstdio>

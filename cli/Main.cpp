@@ -65,6 +65,7 @@ int main (int argc, char** argv)
     app.footer ("kelfiner help COMMAND (or kelfiner COMMAND --help) tells more about one.");
     std::vector<std::unique_ptr<Command>> commands;
     commands.push_back (makeProcessCommand (app));
+    commands.push_back (makeAnalyseCommand (app));
     commands.push_back (makeLearnCommand (app));
     commands.push_back (makeInfoCommand (app));
     commands.push_back (makeDemoCommand (app));

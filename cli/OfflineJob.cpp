@@ -114,86 +114,6 @@ juce::AudioFormat* formatFor (juce::AudioFormatManager& formats, juce::File cons
 } // namespace
 
 //==============================================================================
-LongTermSpectrum::LongTermSpectrum (double rate)
-    : sampleRate (rate), window (vesk::audio::WindowFunctions::generateHammingWindow (size)),
-      frame (1, size), pending (1, size, 0.0f), sum (size / 2 + 1, 0.0)
-{
-}
-
-void LongTermSpectrum::add (Signal32 const& block)
-{
-    // The channels are summed, then framed with half overlap.
-    for (int done = 0; done < block.getNumSamples();)
-    {
-        const int count = std::min (size - pendingCount, block.getNumSamples() - done);
-        float* target = pending[0] + pendingCount;
-        vesk::audio::ippsCopy_32f (block[0] + done, target, count);
-        for (int c = 1; c < block.getNumChannels(); ++c)
-            vesk::audio::ippsAdd_32f_I (block[c] + done, target, count);
-        pendingCount += count;
-        done += count;
-        if (pendingCount < size)
-            continue;
-        vesk::audio::ippsCopy_32f (pending[0], frame[0], size);
-        vesk::audio::ippsMul_32f_I (window[0], frame[0], size);
-        const auto bins = transform.forwardReal (frame);
-        for (int k = 0; k <= size / 2; ++k)
-            sum[static_cast<std::size_t> (k)] +=
-                static_cast<double> (bins[0][k].re) * bins[0][k].re
-                + static_cast<double> (bins[0][k].im) * bins[0][k].im;
-        ++frames;
-        vesk::audio::ippsMove_32f (pending[0] + size / 2, pending[0], size / 2);
-        pendingCount = size / 2;
-    }
-}
-
-std::vector<double> LongTermSpectrum::power() const
-{
-    std::vector<double> mean (sum);
-    for (auto& p : mean)
-        p /= std::max (frames, 1);
-    return mean;
-}
-
-double tonalDeviation (std::vector<double> const& power, double rate,
-                       std::vector<float> const& targetFrequencies,
-                       Signal32 const& targetMagnitudes)
-{
-    const int size = static_cast<int> (power.size() - 1) * 2;
-    std::vector<double> deviation;
-    for (int k = -13; k <= 12; ++k)
-    {
-        const double centre = 1000.0 * std::pow (2.0, k / 3.0);
-        if (centre < 49.0 || centre > 16500.0 || centre * std::pow (2.0, 1.0 / 6.0) > rate / 2)
-            continue;
-        const double lo = centre * std::pow (2.0, -1.0 / 6.0),
-                     hi = centre * std::pow (2.0, 1.0 / 6.0);
-        double level = 0.0, target = 0.0;
-        int bins = 0, targetBins = 0;
-        for (int b = static_cast<int> (std::ceil (lo * size / rate));
-             b <= static_cast<int> (hi * size / rate); ++b)
-            level += power[static_cast<std::size_t> (b)], ++bins;
-        for (std::size_t b = 1; b < targetFrequencies.size(); ++b)
-            if (targetFrequencies[b] >= lo && targetFrequencies[b] <= hi)
-                target += static_cast<double> (targetMagnitudes[0][b]) * targetMagnitudes[0][b],
-                    ++targetBins;
-        if (bins == 0 || targetBins == 0 || level <= 0.0 || target <= 0.0)
-            continue;
-        deviation.push_back (10.0 * std::log10 (level / bins)
-                             - 10.0 * std::log10 (target / targetBins));
-    }
-    if (deviation.empty())
-        return 0.0;
-    double mean = 0.0, squares = 0.0;
-    for (double d : deviation)
-        mean += d;
-    mean /= static_cast<double> (deviation.size());
-    for (double d : deviation)
-        squares += (d - mean) * (d - mean);
-    return std::sqrt (squares / static_cast<double> (deviation.size()));
-}
-
-//==============================================================================
 OfflineJob::OfflineJob (JobSettings settingsToUse, juce::File in, juce::File out)
     : settings (std::move (settingsToUse)), input (std::move (in)), output (std::move (out))
 {
@@ -301,27 +221,106 @@ bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& setting
     return true;
 }
 
+namespace
+{
+/** Where a result goes while it is made: a temporary file beside its place (renamed over it at
+    the end, so there is never a partial output file) and a writer into it. */
+struct PendingOutput
+{
+    std::unique_ptr<juce::TemporaryFile> temporary;
+    std::unique_ptr<InterruptCleanup> cleanup;
+    std::unique_ptr<juce::AudioFormatWriter> writer;
+    int bits = 0;
+};
+
+bool openOutput (juce::File const& output, JobSettings const& settings,
+                 juce::AudioFormatReader const& reader, PendingOutput& pending, juce::String& error)
+{
+    juce::AudioFormatManager formats;
+    formats.registerBasicFormats();
+    auto* format = formatFor (formats, output);
+    if (format == nullptr || output.hasFileExtension ("ogg;oga;mp3"))
+    {
+        error = "cannot write this kind of file (use .wav, .aiff or .flac): "
+                + output.getFullPathName();
+        return false;
+    }
+    if (output.exists() && !settings.force)
+    {
+        error = "output exists (use --force to replace it): " + output.getFullPathName();
+        return false;
+    }
+    const auto depths = format->getPossibleBitDepths();
+    int bits = settings.bits.value_or (static_cast<int> (reader.bitsPerSample));
+    if (settings.bits && !depths.contains (bits))
+    {
+        error = juce::String (bits) + "-bit samples cannot be written as " + format->getFormatName()
+                + ": " + output.getFullPathName();
+        return false;
+    }
+    if (!depths.contains (bits))
+        bits = depths.contains (24) ? 24 : depths.getLast();
+
+    pending.temporary = std::make_unique<juce::TemporaryFile> (output);
+    pending.cleanup = std::make_unique<InterruptCleanup> (pending.temporary->getFile());
+    auto stream = std::make_unique<juce::FileOutputStream> (pending.temporary->getFile());
+    if (!stream->openedOk())
+    {
+        error = "cannot write beside " + output.getFullPathName();
+        return false;
+    }
+    pending.writer.reset (
+        format->createWriterFor (stream.get(), reader.sampleRate, reader.numChannels, bits, {}, 0));
+    if (pending.writer == nullptr)
+    {
+        error = "cannot write this format at this rate and depth: " + output.getFullPathName();
+        return false;
+    }
+    stream.release(); // the writer owns it now
+    pending.bits = bits;
+    return true;
+}
+
+double decibels (double amplitude) { return 20.0 * std::log10 (std::max (amplitude, 1.0e-20)); }
+
+/** The correction at third-octave centres from 20 Hz to 20 kHz, and its range from 20 Hz up. */
+void describeCorrection (Signal32 const& curve, std::vector<float> const& frequencies, double rate,
+                         JobResult& result)
+{
+    result.correctionMinDb = 1.0e9f;
+    result.correctionMaxDb = -1.0e9f;
+    for (int k = 1; k < curve.getNumSamples(); ++k)
+        if (frequencies[static_cast<std::size_t> (k)] >= 20.0f)
+        {
+            const auto db = static_cast<float> (decibels (curve[0][k]));
+            result.correctionMinDb = std::min (result.correctionMinDb, db);
+            result.correctionMaxDb = std::max (result.correctionMaxDb, db);
+        }
+    result.correctionCurve.clear();
+    const int bins = curve.getNumSamples();
+    for (int band = -17; band <= 13 && bins > 1; ++band)
+    {
+        const double centre = 1000.0 * std::pow (10.0, band / 10.0);
+        if (centre >= rate / 2.0)
+            break;
+        const auto k = std::clamp (
+            static_cast<int> (std::ceil (centre / (rate / 2.0) * (bins - 1))), 1, bins - 1);
+        result.correctionCurve.emplace_back (static_cast<float> (centre),
+                                             static_cast<float> (decibels (curve[0][k])));
+    }
+}
+} // namespace
+
 JobResult OfflineJob::run (std::function<void (const char*, double)> const& progress)
 {
     JobResult result;
     auto reader = openReader (input, result.error);
     if (reader == nullptr)
         return result;
-
-    juce::AudioFormatManager formats;
-    formats.registerBasicFormats();
-    auto* format = formatFor (formats, output);
-    if (format == nullptr || output.hasFileExtension ("ogg"))
-    {
-        result.error = "cannot write this kind of file (use .wav, .aiff or .flac): "
-                       + output.getFullPathName();
+    const bool writes = output != juce::File();
+    PendingOutput pending;
+    if (writes && !openOutput (output, settings, *reader, pending, result.error))
         return result;
-    }
-    if (output.exists() && !settings.force)
-    {
-        result.error = "output exists (use --force to replace it): " + output.getFullPathName();
-        return result;
-    }
 
     const auto channels = static_cast<int> (reader->numChannels);
     const double rate = reader->sampleRate;
@@ -342,7 +341,8 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     processor.prepareToPlay (rate, blockSize);
 
     juce::AudioBuffer<float> buffer (channels, blockSize);
-    const double passes = settings.live ? 1.0 : 2.0;
+    const double passes = (settings.live ? 1.0 : 2.0) - (writes ? 0.0 : 1.0);
+    const double totalPasses = passes + 1.0;
     if (!settings.live)
     {
         for (juce::int64 done = 0; done < length; done += blockSize)
@@ -353,7 +353,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
                           2); // edge-to-edge frames: the whole file, half the work
             progress ("learning", static_cast<double> (done + count)
                                       / static_cast<double> (std::max<juce::int64> (length, 1))
-                                      / (passes + 1.0));
+                                      / totalPasses);
         }
         result.learntFrames = engine.getEstimateFrameCount();
         processor.setCheckedParameterValue (Deconvolution::estimationModeIndex,
@@ -362,46 +362,13 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         processor.prepareToPlay (rate, blockSize);
     }
 
-    // Written beside the output and renamed over it at the end: never a partial output file.
-    juce::TemporaryFile temporary (output);
-    const InterruptCleanup cleanAudio (temporary.getFile());
-    int bits = settings.bits.value_or (static_cast<int> (reader->bitsPerSample));
-    if (settings.bits && !format->getPossibleBitDepths().contains (bits))
-    {
-        result.error = juce::String (bits) + "-bit samples cannot be written as "
-                       + format->getFormatName() + ": " + output.getFullPathName();
-        return result;
-    }
-    if (!format->getPossibleBitDepths().contains (bits))
-        bits = format->getPossibleBitDepths().contains (24)
-                   ? 24
-                   : format->getPossibleBitDepths().getLast();
-    std::unique_ptr<juce::AudioFormatWriter> writer;
-    {
-        auto stream = std::make_unique<juce::FileOutputStream> (temporary.getFile());
-        if (!stream->openedOk())
-        {
-            result.error = "cannot write beside " + output.getFullPathName();
-            return result;
-        }
-        writer.reset (format->createWriterFor (stream.get(), rate,
-                                               static_cast<unsigned int> (channels), bits, {}, 0));
-        if (writer == nullptr)
-        {
-            result.error =
-                "cannot write this format at this rate and depth: " + output.getFullPathName();
-            return result;
-        }
-        stream.release(); // the writer owns it now
-    }
-
     // The whole file goes through twice: once to measure what the correction does to its level,
     // then again, with the gain that keeps loudness and peaks where they belong, to be written.
     // Offline processing is deterministic, so both passes give the same samples.
     LongTermSpectrum before (rate), after (rate);
     LevelMeter inputLevel (channels, rate), outputLevel (channels, rate);
     juce::MidiBuffer midi;
-    const double totalPasses = passes + 1.0;
+    const double measuring = settings.live ? 0.0 : 1.0;
     const auto runThrough = [&] (double pass, std::function<bool (int)> const& each)
     {
         for (juce::int64 done = 0; done < length; done += blockSize)
@@ -410,7 +377,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
             reader->read (&buffer, 0, count, done, true, true);
             if (!each (count))
                 return false;
-            progress (pass < passes ? "measuring" : "writing",
+            progress (pass == measuring ? "measuring" : "writing",
                       (pass
                        + static_cast<double> (done + count)
                              / static_cast<double> (std::max<juce::int64> (length, 1)))
@@ -418,13 +385,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         }
         return true;
     };
-    const auto restart = [&]
-    {
-        if (settings.live)
-            engine.setSourceFilter (Signal32(), 0.0); // learning starts again from nothing
-        processor.prepareToPlay (rate, blockSize);
-    };
-    runThrough (passes - 1.0,
+    runThrough (measuring,
                 [&] (int count)
                 {
                     // NaN and infinity are silence from the start, for every measure too.
@@ -451,7 +412,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         gainDb = result.loudnessInLufs - result.loudnessOutLufs;
     // Fixed-point files clip above full scale, and a float file clips as soon as anything
     // converts it: the gain comes down rather than a sample clip.
-    const double peakDb = 20.0 * std::log10 (std::max (outputLevel.samplePeak(), 1.0e-20f));
+    const double peakDb = decibels (outputLevel.samplePeak());
     if (settings.ceilingDb && peakDb + gainDb > *settings.ceilingDb)
     {
         result.peakReductionDb = peakDb + gainDb - *settings.ceilingDb;
@@ -459,15 +420,31 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     }
     result.gainDb = gainDb;
     result.loudnessOutLufs += gainDb;
+    result.peakInDbfs = decibels (inputLevel.samplePeak());
+    result.peakOutDbfs = peakDb + gainDb;
     const auto gain = static_cast<float> (std::pow (10.0, gainDb / 20.0));
+
+    const auto curve = engine.getFilterCurve();
+    const auto frequencies = engine.getBinFrequencies();
+    const auto target = engine.getTargetMagnitudes();
+    describeCorrection (curve, frequencies, rate, result);
+    result.deviationBeforeDb = tonalDeviation (before.power(), rate, frequencies, target);
+    result.deviationAfterDb = tonalDeviation (after.power(), rate, frequencies, target);
+    if (!writes)
+    {
+        result.ok = true; // measured and reported, nothing written
+        return result;
+    }
+
+    if (settings.live)
+        engine.setSourceFilter (Signal32(), 0.0); // learning starts again from nothing
+    processor.prepareToPlay (rate, blockSize);
     // A sample is counted as kept under the ceiling when the gain without the ceiling would
     // have put it over.
     const auto overAt = settings.ceilingDb ? static_cast<float> (
                             std::pow (10.0, (*settings.ceilingDb - result.peakReductionDb) / 20.0))
                                            : std::numeric_limits<float>::infinity();
-    TpdfDither dither (writer->isFloatingPoint() ? 0 : bits);
-
-    restart();
+    TpdfDither dither (pending.writer->isFloatingPoint() ? 0 : pending.bits);
     const bool written = runThrough (
         passes,
         [&] (int count)
@@ -484,33 +461,14 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
                         result.samplesKeptUnderCeiling +=
                             std::abs (view.getSample (c, n)) > overAt ? 1 : 0;
             dither.apply (view);
-            return writer->writeFromAudioSampleBuffer (buffer, 0, count);
+            return pending.writer->writeFromAudioSampleBuffer (buffer, 0, count);
         });
-    if (!written)
+    pending.writer.reset(); // finishes the file (not every format's writer can flush before that)
+    if (!written || pending.temporary->getFile().getSize() <= 0)
     {
         result.error = "write failed (disk full?): " + output.getFullPathName();
         return result;
     }
-    writer.reset(); // finishes the file (not every format's writer can flush before that)
-    if (temporary.getFile().getSize() <= 0)
-    {
-        result.error = "write failed (disk full?): " + output.getFullPathName();
-        return result;
-    }
-    const auto curve = engine.getFilterCurve();
-    const auto frequencies = engine.getBinFrequencies();
-    result.correctionMinDb = 1.0e9f;
-    result.correctionMaxDb = -1.0e9f;
-    for (int k = 1; k < curve.getNumSamples(); ++k)
-        if (frequencies[static_cast<std::size_t> (k)] >= 20.0f)
-        {
-            const float db = 20.0f * std::log10 (std::max (curve[0][k], 1.0e-10f));
-            result.correctionMinDb = std::min (result.correctionMinDb, db);
-            result.correctionMaxDb = std::max (result.correctionMaxDb, db);
-        }
-    const auto target = engine.getTargetMagnitudes();
-    result.deviationBeforeDb = tonalDeviation (before.power(), rate, frequencies, target);
-    result.deviationAfterDb = tonalDeviation (after.power(), rate, frequencies, target);
 
     // Every output of a file is made beside its place first and moved there only when all of
     // them exist: a failure leaves none of them, and none of what was there before is lost.
@@ -546,7 +504,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         }
     }
     const InterruptDeferral moving;
-    if (!temporary.overwriteTargetFileWithTemporary())
+    if (!pending.temporary->overwriteTargetFileWithTemporary())
     {
         result.error = "cannot replace " + output.getFullPathName();
         return result;

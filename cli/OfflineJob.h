@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KelfinerAudioProcessor.h"
+#include "LongTermSpectrum.h"
 
 #include <juce_audio_formats/juce_audio_formats.h>
 
@@ -50,41 +51,20 @@ struct JobResult
     float correctionMinDb = 0.0f, correctionMaxDb = 0.0f;
     double deviationBeforeDb = 0.0, deviationAfterDb = 0.0;
     double loudnessInLufs = 0.0, loudnessOutLufs = 0.0;
-    double gainDb = 0.0;                     // applied after the correction
-    double peakReductionDb = 0.0;            // of that, what the peak ceiling took
-    juce::int64 samplesKeptUnderCeiling = 0; // that would have gone over it without
-    juce::int64 nonFiniteSamples = 0;        // in the input, taken as silence
-    juce::int64 silencedOutputSamples = 0;   // non-finite results written as silence
+    double gainDb = 0.0;                        // applied after the correction
+    double peakReductionDb = 0.0;               // of that, what the peak ceiling took
+    juce::int64 samplesKeptUnderCeiling = 0;    // that would have gone over it without
+    juce::int64 nonFiniteSamples = 0;           // in the input, taken as silence
+    juce::int64 silencedOutputSamples = 0;      // non-finite results written as silence
+    double peakInDbfs = 0.0, peakOutDbfs = 0.0; // sample peaks
+    /** The tonal correction (the level guard's gain is gainDb): (Hz, dB) at third-octave
+        centres from 20 Hz to 20 kHz. */
+    std::vector<std::pair<float, float>> correctionCurve;
 };
-
-/** Long-term power spectrum of a stream, accumulated block by block (8192-point frames). */
-class LongTermSpectrum
-{
-public:
-    static constexpr int size = 8192;
-    explicit LongTermSpectrum (double rate);
-    void add (vesk::audio::Signal32 const& block);
-    /** Mean power per bin (channels summed). */
-    std::vector<double> power() const;
-    double getSampleRate() const noexcept { return sampleRate; }
-
-private:
-    double sampleRate;
-    vesk::audio::FourierTransform transform;
-    vesk::audio::Signal32 window, frame, pending;
-    int pendingCount = 0;
-    std::vector<double> sum;
-    int frames = 0;
-};
-
-/** Deviation in dB RMS of a spectrum from a target curve over third-octave bands 50 Hz .. 16 kHz,
-    after removing the mean offset. */
-double tonalDeviation (std::vector<double> const& power, double rate,
-                       std::vector<float> const& targetFrequencies,
-                       vesk::audio::Signal32 const& targetMagnitudes);
 
 /** Corrects one file offline with the plug-in's own processor: learns the whole file first,
-    then processes it from the start with the learnt filter held (or, live, in one pass). */
+    then processes it from the start with the learnt filter held (or, live, in one pass). With
+    no output file it only measures: everything in the result, nothing written. */
 class OfflineJob
 {
 public:

@@ -61,10 +61,6 @@ void SettingsOptions::addCorrection (CLI::App& command)
                      "an emphasis point HZ:PERCENT (up to twelve; turns the emphasis curve on)")
         ->take_all()
         ->allow_extra_args (false);
-    command.add_option ("--save-filter", saveFilter, "save the learnt filter");
-    command.add_option ("--plot", plot, "draw input, output and correction into a PNG file");
-    command.add_flag ("--live", live,
-                      "one pass, as the plug-in hears it (default: learn the whole file first)");
     command.add_option ("--max-boost", maxBoost,
                         "lift no frequency by more than this many dB (0 .. 48; default: no limit)");
     command.add_option ("--amount", amount,
@@ -82,6 +78,14 @@ void SettingsOptions::addCorrection (CLI::App& command)
     command.add_option ("--ceiling", ceiling,
                         "sample-peak ceiling of the output in dBFS (-60 .. 0, default -1) or off; "
                         "the gain comes down rather than a sample clip");
+}
+
+void SettingsOptions::addFileOutputs (CLI::App& command)
+{
+    command.add_option ("--save-filter", saveFilter, "save the learnt filter");
+    command.add_option ("--plot", plot, "draw input, output and correction into a PNG file");
+    command.add_flag ("--live", live,
+                      "one pass, as the plug-in hears it (default: learn the whole file first)");
 }
 
 void SettingsOptions::addOutputFormat (CLI::App& command)

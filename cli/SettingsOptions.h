@@ -18,8 +18,11 @@ struct SettingsOptions
 
     /** How the learning works: --estimator, --threshold, --filter-length, --preset. */
     void addLearning (CLI::App& command);
-    /** What the correction aims at and how far it goes (everything else but --force). */
+    /** What the correction aims at, how far it goes and the level of the result. */
     void addCorrection (CLI::App& command);
+    /** What a run writes beside the audio, and how it learns a file: --save-filter, --plot,
+        --live. */
+    void addFileOutputs (CLI::App& command);
     void addForce (CLI::App& command);
     /** --bits and --format: what the results are written as. */
     void addOutputFormat (CLI::App& command);

@@ -196,3 +196,42 @@ TEST (CommandLine, LevelFormatAndHowMuchIsCorrected)
     ASSERT_TRUE (files ("loud.wav").copyFileTo (files ("take.oga")));
     process ("take.oga", "h.wav", {});
 }
+
+TEST (CommandLine, ReportsAgreeWithTheSummaryAndAnalyseWritesNoAudio)
+{
+    const Folder files;
+    writeWav (files ("in.wav"),
+              colouredNoise ({vesk::test::Biquad::peak (3000, 1.0, 9, 44100)}, 44100, 2, 21), 44100,
+              24);
+    const auto processed = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                                      files ("out.wav").getFullPathName(), "--target", "music",
+                                      "--report", files ("run.json").getFullPathName()});
+    ASSERT_EQ (processed.exitCode, 0) << processed.output;
+    const auto report = juce::JSON::parse (files ("run.json"));
+    ASSERT_TRUE (report.isObject()) << files ("run.json").loadFileAsString();
+    const auto entry = report["files"][0];
+    EXPECT_TRUE (static_cast<bool> (entry["ok"]));
+    EXPECT_EQ (entry["output"].toString(), files ("out.wav").getFullPathName());
+    EXPECT_NEAR (static_cast<double> (entry["deviationDbRms"]["before"]),
+                 deviationFrom (processed.output, false), 0.006);
+    EXPECT_NEAR (static_cast<double> (entry["deviationDbRms"]["after"]),
+                 deviationFrom (processed.output, true), 0.006);
+    EXPECT_GT (entry["correction"]["curveHzDb"].size(), 25);
+    EXPECT_LE (static_cast<double> (entry["peakDbfs"]["out"]), -1.0 + 1.0e-6);
+    EXPECT_TRUE (entry["warnings"].isArray());
+
+    // The same measures without any audio written; an existing report needs --force.
+    const auto analysed = kelfiner ({"analyse", files ("in.wav").getFullPathName(), "--target",
+                                     "music", "--report", files ("run.json").getFullPathName()});
+    EXPECT_EQ (analysed.exitCode, 2) << analysed.output;
+    const auto forced =
+        kelfiner ({"analyse", files ("in.wav").getFullPathName(), "--target", "music", "--report",
+                   files ("run.json").getFullPathName(), "--force"});
+    ASSERT_EQ (forced.exitCode, 0) << forced.output;
+    EXPECT_NEAR (deviationFrom (forced.output, true), deviationFrom (processed.output, true),
+                 0.006);
+    EXPECT_TRUE (juce::JSON::parse (files ("run.json"))["files"][0]["output"].isVoid());
+    EXPECT_EQ (files ("in.wav").getParentDirectory().getNumberOfChildFiles (juce::File::findFiles),
+               3)
+        << "in.wav, out.wav and the report; nothing more";
+}

@@ -1,0 +1,135 @@
+#include "Report.h"
+
+#include "InterruptCleanup.h"
+
+#include <cmath>
+
+namespace
+{
+/** Under about a second of material at the tool's default model length. */
+constexpr std::uint64_t fewestFramesToTrust = 25;
+
+/** JSON has no infinity (the loudness of silence): such a figure is null. */
+juce::var number (double value, int decimals = 2)
+{
+    if (!std::isfinite (value))
+        return {};
+    const double scale = std::pow (10.0, decimals);
+    return std::round (value * scale) / scale;
+}
+
+juce::var pairOf (juce::var first, juce::var second)
+{
+    juce::Array<juce::var> both{std::move (first), std::move (second)};
+    return both;
+}
+} // namespace
+
+juce::StringArray warningsFor (JobResult const& result)
+{
+    juce::StringArray warnings;
+    if (result.samplesKeptUnderCeiling > 0)
+        warnings.add ("the ceiling kept " + juce::String (result.samplesKeptUnderCeiling)
+                      + " samples from going over it (the output is "
+                      + juce::String (result.peakReductionDb, 1) + " dB quieter than asked)");
+    if (result.learntFrames == 0)
+        warnings.add ("nothing was loud enough to learn, so nothing was corrected (see "
+                      "--threshold)");
+    else if (result.learntFrames < fewestFramesToTrust)
+        warnings.add ("only " + juce::String (result.learntFrames)
+                      + " frames were learnt, too few to trust the correction");
+    if (result.deviationAfterDb > result.deviationBeforeDb)
+        warnings.add ("the result is further from the target than the input");
+    if (result.nonFiniteSamples > 0)
+        warnings.add (juce::String (result.nonFiniteSamples)
+                      + " input samples were NaN or infinite and were taken as silence");
+    if (result.silencedOutputSamples > 0)
+        warnings.add (juce::String (result.silencedOutputSamples)
+                      + " output samples overflowed and were written as silence");
+    return warnings;
+}
+
+juce::String summaryLine (juce::String const& shownName, juce::File const& output,
+                          JobResult const& result)
+{
+    auto line = shownName
+                + (output == juce::File() ? juce::String() : " -> " + output.getFullPathName())
+                + ": learnt " + juce::String (result.learntFrames) + " frames, correction "
+                + juce::String (result.correctionMinDb, 1) + " .. "
+                + juce::String (result.correctionMaxDb, 1) + " dB, deviation from target "
+                + juce::String (result.deviationBeforeDb, 2) + " dB -> "
+                + juce::String (result.deviationAfterDb, 2) + " dB RMS, loudness "
+                + juce::String (result.loudnessInLufs, 1) + " -> "
+                + juce::String (result.loudnessOutLufs, 1) + " LUFS (gain "
+                + juce::String (result.gainDb, 1) + " dB";
+    if (result.peakReductionDb > 0.0)
+        line << ", " << juce::String (result.peakReductionDb, 1)
+             << " dB less to keep peaks under the ceiling";
+    line << ")";
+    for (auto const& warning : warningsFor (result))
+        line << "; warning: " << warning;
+    return line;
+}
+
+void JsonReport::add (juce::String const& shownName, juce::File const& output,
+                      JobResult const& result)
+{
+    auto* entry = new juce::DynamicObject();
+    entry->setProperty ("input", shownName);
+    entry->setProperty ("output", output == juce::File() ? juce::var()
+                                                         : juce::var (output.getFullPathName()));
+    entry->setProperty ("ok", result.ok);
+    if (!result.ok)
+    {
+        entry->setProperty ("error", result.error);
+        files.add (juce::var (entry));
+        return;
+    }
+    entry->setProperty ("learntFrames", static_cast<juce::int64> (result.learntFrames));
+    juce::Array<juce::var> curve;
+    for (auto const& [frequency, db] : result.correctionCurve)
+        curve.add (pairOf (number (frequency, 1), number (db)));
+    auto* correction = new juce::DynamicObject();
+    correction->setProperty ("minDb", number (result.correctionMinDb));
+    correction->setProperty ("maxDb", number (result.correctionMaxDb));
+    correction->setProperty ("curveHzDb", curve);
+    entry->setProperty ("correction", juce::var (correction));
+    const auto inAndOut = [] (juce::var in, juce::var out)
+    {
+        auto* both = new juce::DynamicObject();
+        both->setProperty ("in", std::move (in));
+        both->setProperty ("out", std::move (out));
+        return juce::var (both);
+    };
+    auto* deviation = new juce::DynamicObject();
+    deviation->setProperty ("before", number (result.deviationBeforeDb));
+    deviation->setProperty ("after", number (result.deviationAfterDb));
+    entry->setProperty ("deviationDbRms", juce::var (deviation));
+    entry->setProperty ("loudnessLufs",
+                        inAndOut (number (result.loudnessInLufs), number (result.loudnessOutLufs)));
+    entry->setProperty ("peakDbfs",
+                        inAndOut (number (result.peakInDbfs), number (result.peakOutDbfs)));
+    entry->setProperty ("gainDb", number (result.gainDb));
+    juce::Array<juce::var> warnings;
+    for (auto const& warning : warningsFor (result))
+        warnings.add (warning);
+    entry->setProperty ("warnings", warnings);
+    files.add (juce::var (entry));
+}
+
+bool JsonReport::write (juce::File const& file, juce::String& error) const
+{
+    auto* root = new juce::DynamicObject();
+    root->setProperty ("tool", "kelfiner " KELFINER_VERSION);
+    root->setProperty ("files", files);
+    juce::TemporaryFile temporary (file);
+    const InterruptCleanup cleanup (temporary.getFile());
+    if (!temporary.getFile().replaceWithText (juce::JSON::toString (juce::var (root), false, 2)
+                                              + "\n")
+        || !temporary.overwriteTargetFileWithTemporary())
+    {
+        error = "cannot write the report " + file.getFullPathName();
+        return false;
+    }
+    return true;
+}
