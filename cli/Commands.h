@@ -8,4 +8,5 @@ std::unique_ptr<Command> makeAnalyseCommand (CLI::App& parent);
 std::unique_ptr<Command> makeLearnCommand (CLI::App& parent);
 std::unique_ptr<Command> makeInfoCommand (CLI::App& parent);
 std::unique_ptr<Command> makeDemoCommand (CLI::App& parent);
+std::unique_ptr<Command> makePresetsCommand (CLI::App& parent);
 std::unique_ptr<Command> makeLicenceCommand (CLI::App& parent);

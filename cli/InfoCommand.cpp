@@ -1,6 +1,7 @@
 #include "Commands.h"
 #include "FilterFile.h"
 #include "KelfinerAudioProcessor.h"
+#include "PresetLookup.h"
 #include "Profiles.h"
 
 #include <cstdio>
@@ -22,14 +23,18 @@ public:
     explicit InfoCommand (CLI::App& parent)
     {
         app = parent.add_subcommand ("info", "what a filter or preset file holds");
-        app->add_option ("file", file, "a *.filter or preset file")->required();
+        app->add_option ("file", file, "a *.filter or preset file, or a preset's name")->required();
     }
 
     int run() override
     {
-        const auto path = fileArgument (file);
+        auto path = fileArgument (file);
         if (!path.existsAsFile())
-            throw UsageError{file + ": no such file"};
+            for (auto const& preset : listPresets())
+                if (preset.name.equalsIgnoreCase (juce::String (file)))
+                    path = preset.file;
+        if (!path.existsAsFile())
+            throw UsageError{file + ": no such file, nor a preset's name (kelfiner presets)"};
         if (path.hasFileExtension ("xml"))
             return showPreset (path);
         vesk::audio::Signal32 coefficients;

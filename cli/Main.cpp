@@ -68,6 +68,7 @@ int main (int argc, char** argv)
     commands.push_back (makeAnalyseCommand (app));
     commands.push_back (makeLearnCommand (app));
     commands.push_back (makeInfoCommand (app));
+    commands.push_back (makePresetsCommand (app));
     commands.push_back (makeDemoCommand (app));
     commands.push_back (makeLicenceCommand (app));
     commands.push_back (std::make_unique<HelpCommand> (app));

@@ -1,5 +1,6 @@
 #include "SettingsOptions.h"
 
+#include "PresetLookup.h"
 #include "Profiles.h"
 
 using vesk::audio::Deconvolution;
@@ -44,7 +45,8 @@ void SettingsOptions::addLearning (CLI::App& command)
     command.add_option ("--filter-length", filterLength,
                         "model length in ms (1 .. 20; default 20 with the spectrum estimator and "
                         "no preset, else 10 as in the plug-in)");
-    command.add_option ("--preset", preset, "start from a preset file");
+    command.add_option ("--preset", preset,
+                        "start from a preset: a file, or a name that kelfiner presets lists");
 }
 
 void SettingsOptions::addCorrection (CLI::App& command)
@@ -197,7 +199,7 @@ JobSettings SettingsOptions::toJobSettings() const
     }
     const auto file = [] (std::optional<std::string> const& path)
     { return path ? fileArgument (*path) : juce::File(); };
-    settings.preset = file (preset);
+    settings.preset = preset ? resolvePreset (*preset) : juce::File();
     settings.targetFilter = file (targetFilter);
     settings.reference = file (reference);
     settings.saveFilter = file (saveFilter);

@@ -48,14 +48,18 @@ juce::File BasePlugInProcessor::getResourcesFolder() const
         .getChildFile ("Contents/Resources");
 #else
     // VST3: Name.vst3/Contents/<arch>/Name.so; LV2: Name.lv2/Name.so; anything else (the
-    // stand-alone program, the tool) keeps a Resources folder beside its executable.
+    // stand-alone program, the tool) keeps a Resources folder beside its executable, or, once
+    // installed, finds them in PREFIX/share/kelfiner.
     const auto executable = juce::File::getSpecialLocation (juce::File::currentExecutableFile);
     const auto bundle = executable.getParentDirectory().getParentDirectory().getParentDirectory();
     if (bundle.hasFileExtension ("vst3"))
         return bundle.getChildFile ("Contents/Resources");
     if (executable.getParentDirectory().hasFileExtension ("lv2"))
         return executable.getParentDirectory();
-    return executable.getParentDirectory().getChildFile ("Resources");
+    const auto beside = executable.getParentDirectory().getChildFile ("Resources");
+    const auto installed =
+        executable.getParentDirectory().getSiblingFile ("share").getChildFile ("kelfiner");
+    return beside.isDirectory() || !installed.isDirectory() ? beside : installed;
 #endif
 }
 

@@ -235,3 +235,25 @@ TEST (CommandLine, ReportsAgreeWithTheSummaryAndAnalyseWritesNoAudio)
                3)
         << "in.wav, out.wav and the report; nothing more";
 }
+
+TEST (CommandLine, FactoryPresetsAreFoundByName)
+{
+    const auto list = kelfiner ({"presets"});
+    EXPECT_EQ (list.exitCode, 0);
+    EXPECT_TRUE (list.output.contains ("Podcast voice")) << list.output;
+    EXPECT_TRUE (list.output.contains ("Speech")) << list.output;
+    const auto info = kelfiner ({"info", "podcast voice"});
+    EXPECT_EQ (info.exitCode, 0) << info.output;
+    EXPECT_TRUE (info.output.contains ("Speech (--target speech)")) << info.output;
+    EXPECT_TRUE (info.output.contains ("ms")) << info.output;
+
+    const Folder files;
+    writeWav (files ("in.wav"), colouredNoise ({}, 48000, 1, 5), 48000, 16);
+    const auto run = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                                files ("out.wav").getFullPathName(), "--preset", "Podcast voice"});
+    EXPECT_EQ (run.exitCode, 0) << run.output;
+    const auto unknown = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                                    files ("x.wav").getFullPathName(), "--preset", "Nothing"});
+    EXPECT_EQ (unknown.exitCode, 2);
+    EXPECT_TRUE (unknown.output.contains ("kelfiner presets")) << unknown.output;
+}

@@ -1,0 +1,47 @@
+#include "Commands.h"
+#include "KelfinerAudioProcessor.h"
+#include "PresetLookup.h"
+#include "Profiles.h"
+
+#include <cstdio>
+
+namespace
+{
+class PresetsCommand final : public Command
+{
+public:
+    explicit PresetsCommand (CLI::App& parent)
+    {
+        app = parent.add_subcommand ("presets", "list the presets --preset finds by name");
+    }
+
+    int run() override
+    {
+        const auto presets = listPresets();
+        if (presets.empty())
+            std::printf ("no presets found (factory presets are installed with the tool)\n");
+        for (auto const& preset : presets)
+        {
+            KelfinerAudioProcessor processor;
+            juce::String target = "?";
+            if (processor.importFromPresetFile (preset.file))
+            {
+                const auto model = static_cast<int> (processor.getEngine().getParameterValue (
+                    vesk::audio::Deconvolution::targetModelIndex));
+                for (auto const& profile : vesk::audio::targetProfiles)
+                    if (profile.model == model)
+                        target = profile.name;
+            }
+            std::printf ("%-24s %-8s target %-20s %s\n", preset.name.toRawUTF8(),
+                         preset.factory ? "factory" : "user", target.toRawUTF8(),
+                         preset.file.getFullPathName().toRawUTF8());
+        }
+        return 0;
+    }
+};
+} // namespace
+
+std::unique_ptr<Command> makePresetsCommand (CLI::App& parent)
+{
+    return std::make_unique<PresetsCommand> (parent);
+}
