@@ -5,6 +5,7 @@
 #include "InterruptCleanup.h"
 #include "LevelMeter.h"
 #include "Plot.h"
+#include "Report.h"
 #include "WindowFunctions.h"
 
 #include <cmath>
@@ -496,8 +497,19 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         auto asWritten = after.power();
         for (auto& power : asWritten)
             power *= static_cast<double> (gain) * gain;
-        if (!drawPlot (plotTemporary->getFile(), before.power(), asWritten, rate, frequencies,
-                       curve * gain))
+        const auto model =
+            static_cast<int> (engine.getParameterValue (Deconvolution::targetModelIndex));
+        const PlotData plotted{
+            before.power(),
+            asWritten,
+            rate,
+            frequencies,
+            curve * gain,
+            target,
+            describeRun (input, settings, model,
+                         engine.getParameterValue (Deconvolution::estimationThresholdIndex),
+                         engine.getParameterValue (Deconvolution::filterLengthIndex))};
+        if (!drawPlot (plotTemporary->getFile(), plotted))
         {
             result.error = "cannot write the plot: " + settings.plot.getFullPathName();
             return result;

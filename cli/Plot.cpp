@@ -10,24 +10,34 @@
 namespace
 {
 const juce::Colour background (0xff1e2227), grid (0xff343a42), label (0xffaab4be);
-const juce::Colour inputColour (0xff6f8fb0), outputColour (0xffe8a33d), curveColour (0xff7fd47f);
+const juce::Colour inputColour (0xff6f8fb0), outputColour (0xffe8a33d), curveColour (0xff7fd47f),
+    targetColour (0xffd0d0d0);
 } // namespace
 
-bool drawPlot (juce::File const& file, std::vector<double> const& inputPower,
-               std::vector<double> const& outputPower, double sampleRate,
-               std::vector<float> const& curveFrequencies, vesk::audio::Signal32 const& correction)
+bool drawPlot (juce::File const& file, PlotData const& data)
 {
+    auto const& inputPower = data.inputPower;
+    auto const& outputPower = data.outputPower;
+    auto const& curveFrequencies = data.curveFrequencies;
+    auto const& correction = data.correction;
+    const double sampleRate = data.sampleRate;
     // JUCE's text rendering keeps shared caches (typefaces, glyphs) that are not safe to fill
     // from several threads at once, and a batch runs its files in parallel.
     static std::mutex drawing;
     const std::scoped_lock one (drawing);
-    const int width = 1000, height = 520;
+    const int width = 1000, height = 560;
     juce::Image image (juce::Image::RGB, width, height, true);
     juce::Graphics g (image);
     g.fillAll (background);
-    const juce::Rectangle<float> plot (70.0f, 40.0f, width - 100.0f, height - 100.0f);
+    const juce::Rectangle<float> plot (70.0f, 64.0f, width - 100.0f, height - 124.0f);
     const double low = 20.0, high = sampleRate / 2.0;
-    const float topDb = 24.0f, bottomDb = -60.0f;
+    // Room above for the correction's largest boost, in steps of the grid.
+    float mostDb = 0.0f;
+    for (int k = 1; k < correction.getNumSamples(); ++k)
+        if (curveFrequencies[static_cast<std::size_t> (k)] >= low)
+            mostDb = std::max (mostDb, 20.0f * std::log10 (std::max (correction[0][k], 1e-10f)));
+    const float topDb = juce::jlimit (24.0f, 48.0f, 12.0f * std::ceil (mostDb / 12.0f));
+    const float bottomDb = -96.0f;
     const auto xOf = [&] (double f)
     {
         return plot.getX()
@@ -108,6 +118,43 @@ bool drawPlot (juce::File const& file, std::vector<double> const& inputPower,
         }
         return path;
     };
+    // The target is a shape, not a level: drawn through the output's level (their mean
+    // difference from 100 Hz to 10 kHz removed), so what is left between them is the error.
+    if (data.target.getNumSamples() == correction.getNumSamples())
+    {
+        const auto size = static_cast<double> (outputPower.size() - 1) * 2.0;
+        double offset = 0.0;
+        int counted = 0;
+        for (int k = 1; k < data.target.getNumSamples(); ++k)
+        {
+            const double f = curveFrequencies[static_cast<std::size_t> (k)];
+            const auto bin = static_cast<std::size_t> (std::lround (f / sampleRate * size));
+            if (f < 100.0 || f > 10000.0 || bin >= outputPower.size())
+                continue;
+            offset += 10.0 * std::log10 (std::max (outputPower[bin], 1e-30) / peak)
+                      - 20.0 * std::log10 (std::max (data.target[0][k], 1e-10f));
+            ++counted;
+        }
+        offset /= std::max (counted, 1);
+        juce::Path target;
+        bool begun = false;
+        for (int k = 1; k < data.target.getNumSamples(); ++k)
+        {
+            const double f = curveFrequencies[static_cast<std::size_t> (k)];
+            if (f < low)
+                continue;
+            const auto db = static_cast<float> (
+                offset + 20.0 * std::log10 (std::max (data.target[0][k], 1e-10f)));
+            const juce::Point<float> point (xOf (f), yOf (db));
+            begun ? target.lineTo (point) : target.startNewSubPath (point);
+            begun = true;
+        }
+        juce::Path dashed;
+        const float dashes[] = {6.0f, 4.0f};
+        juce::PathStrokeType (1.5f).createDashedStroke (dashed, target, dashes, 2);
+        g.setColour (targetColour);
+        g.fillPath (dashed);
+    }
     g.setColour (inputColour);
     g.strokePath (spectrumPath (inputPower), juce::PathStrokeType (1.2f));
     g.setColour (outputColour);
@@ -128,21 +175,27 @@ bool drawPlot (juce::File const& file, std::vector<double> const& inputPower,
     g.setColour (curveColour);
     g.strokePath (curve, juce::PathStrokeType (2.5f));
 
+    g.setColour (label);
+    g.setFont (15.0f);
+    g.drawFittedText (data.title, juce::Rectangle<int> (10, 6, width - 20, 22),
+                      juce::Justification::centredLeft, 1, 0.8f);
+    g.setFont (14.0f);
     const std::pair<const char*, juce::Colour> legend[] = {{"Input", inputColour},
                                                            {"Output", outputColour},
+                                                           {"Target (shape)", targetColour},
                                                            {"Correction", curveColour}};
     float x = plot.getX() + 8.0f;
     for (auto const& [name, colour] : legend)
     {
         g.setColour (colour);
-        g.fillRect (x, 14.0f, 18.0f, 4.0f);
+        g.fillRect (x, 40.0f, 18.0f, 4.0f);
         g.setColour (label);
-        g.drawText (name, juce::Rectangle<float> (x + 24.0f, 6.0f, 100.0f, 20.0f),
+        g.drawText (name, juce::Rectangle<float> (x + 24.0f, 32.0f, 120.0f, 20.0f),
                     juce::Justification::centredLeft);
-        x += 120.0f;
+        x += 150.0f;
     }
     g.setColour (label);
-    g.drawText ("Kelfiner", juce::Rectangle<float> (plot.getRight() - 120.0f, 6.0f, 120.0f, 20.0f),
+    g.drawText ("Kelfiner", juce::Rectangle<float> (plot.getRight() - 120.0f, 32.0f, 120.0f, 20.0f),
                 juce::Justification::centredRight);
 
     juce::TemporaryFile temporary (file);

@@ -6,8 +6,19 @@
 
 #include <vector>
 
-/** Writes a PNG of the input and output long-term spectra and the correction curve on a
-    logarithmic frequency axis. Any thread. */
-bool drawPlot (juce::File const& file, std::vector<double> const& inputPower,
-               std::vector<double> const& outputPower, double sampleRate,
-               std::vector<float> const& curveFrequencies, vesk::audio::Signal32 const& correction);
+/** What a plot shows: the long-term power spectra of input and output (bins from 0 Hz up), the
+    correction and the target's shape on the engine's bins, and a title naming the file, the
+    target and the settings. */
+struct PlotData
+{
+    std::vector<double> inputPower, outputPower;
+    double sampleRate = 48000.0;
+    std::vector<float> curveFrequencies;
+    vesk::audio::Signal32 correction, target;
+    juce::String title;
+};
+
+/** Writes a PNG of the spectra (down to -90 dB under the input's strongest bin), the target
+    drawn through the output's level, and the correction, on a logarithmic frequency axis. Any
+    thread. */
+bool drawPlot (juce::File const& file, PlotData const& data);

@@ -1,6 +1,7 @@
 #include "Report.h"
 
 #include "InterruptCleanup.h"
+#include "Profiles.h"
 
 #include <cmath>
 
@@ -69,6 +70,38 @@ juce::String summaryLine (juce::String const& shownName, juce::File const& outpu
     for (auto const& warning : warningsFor (result))
         line << "; warning: " << warning;
     return line;
+}
+
+juce::String describeRun (juce::File const& input, JobSettings const& settings, int targetModel,
+                          float thresholdDb, float filterLengthMs)
+{
+    juce::String target = "flat";
+    for (auto const& profile : vesk::audio::targetProfiles)
+        if (profile.model == targetModel)
+            target = profile.name;
+    if (settings.reference != juce::File())
+        target = "reference " + settings.reference.getFileName();
+    else if (settings.targetFilter != juce::File())
+        target = "filter " + settings.targetFilter.getFileName();
+    juce::StringArray shaping;
+    shaping.add ((settings.estimator == vesk::audio::Estimator::frameModels
+                      ? "frame models"
+                      : "long-term spectrum"));
+    shaping.add ("threshold " + juce::String (thresholdDb, 1) + " dB");
+    shaping.add ("model " + juce::String (filterLengthMs, 1) + " ms");
+    if (settings.smoothingOctaves)
+        shaping.add ("smoothing " + juce::String (*settings.smoothingOctaves, 2) + " oct");
+    if (settings.amountPercent != 100.0f)
+        shaping.add ("amount " + juce::String (settings.amountPercent, 0) + " %");
+    if (settings.rangeHz)
+        shaping.add ("range " + juce::String (settings.rangeHz->first, 0) + "-"
+                     + juce::String (settings.rangeHz->second, 0) + " Hz");
+    if (settings.maximumBoostDb)
+        shaping.add ("max boost " + juce::String (*settings.maximumBoostDb, 1) + " dB");
+    shaping.add (settings.loudnessTargetLufs
+                     ? "loudness " + juce::String (*settings.loudnessTargetLufs, 1) + " LUFS"
+                     : juce::String (settings.matchLoudness ? "loudness kept" : "loudness free"));
+    return input.getFileName() + "  |  target: " + target + "  |  " + shaping.joinIntoString (", ");
 }
 
 void JsonReport::add (juce::String const& shownName, juce::File const& output,

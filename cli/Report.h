@@ -10,6 +10,11 @@ juce::StringArray warningsFor (JobResult const& result);
 juce::String summaryLine (juce::String const& shownName, juce::File const& output,
                           JobResult const& result);
 
+/** A plot's title: the file, the target (a profile, a reference or a filter file) and the
+    settings that shape the correction. */
+juce::String describeRun (juce::File const& input, JobSettings const& settings, int targetModel,
+                          float thresholdDb, float filterLengthMs);
+
 /** Collects the files of a run and writes them as JSON (--report). Main thread only. */
 class JsonReport
 {
