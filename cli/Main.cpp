@@ -93,7 +93,12 @@ int main (int argc, char** argv)
     }
     catch (CLI::ParseError const& e)
     {
-        std::fprintf (stderr, "%s%s (kelfiner help%s)\n", prefix.c_str(), e.what(),
+        // The parser's own words for an option given twice are about counts; say it plainly.
+        std::string message = e.what();
+        if (const auto at = message.find (": At Most 1 required but received ");
+            at != std::string::npos)
+            message = message.substr (0, at) + " was given more than once; it takes one value";
+        std::fprintf (stderr, "%s%s (kelfiner help%s)\n", prefix.c_str(), message.c_str(),
                       named.empty() ? "" : (" " + named).c_str());
         return 2;
     }

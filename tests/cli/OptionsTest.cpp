@@ -40,7 +40,7 @@ TEST (CommandLine, EveryMalformedOrOutOfRangeValueIsRefusedWithItsRange)
         {{"--estimator", "mean"}, "--estimator \"mean\" is not an estimator"},
         {{"--target", "custom"}, "--target custom needs --target-filter"},
         {{"--target", "speech", "--reference", in}, "--reference sets the custom target"},
-        {{"--target", "speech", "--target", "music"}, "--target"},
+        {{"--target", "speech", "--target", "music"}, "--target was given more than once"},
         {{"--reference", in, "--target-filter", in}, "give one"},
         {{"--quiet", "--progress"}, "contradict"},
         {{"--bogus"}, "--bogus"},
