@@ -76,6 +76,28 @@ TEST (KelfinerTool, ReadsOggVorbisAndWritesFlacAndAiff)
     auto run = kelfiner ({"process", files ("in.ogg").getFullPathName(), "-o",
                           files ("out.flac").getFullPathName()});
     ASSERT_EQ (run.exitCode, 0) << run.output;
+
+    // Told by content: Ogg under the .oga name, MP3 (encoded by lame, where it is installed)
+    // under any name.
+    ASSERT_TRUE (files ("in.ogg").copyFileTo (files ("in.oga")));
+    EXPECT_EQ (kelfiner ({"process", files ("in.oga").getFullPathName(), "-o",
+                          files ("oga.wav").getFullPathName()})
+                   .exitCode,
+               0);
+    if (juce::File ("/usr/bin/lame").existsAsFile())
+    {
+        writeWav (files ("for-mp3.wav"), noise, 48000, 16);
+        juce::ChildProcess lame;
+        ASSERT_TRUE (lame.start (juce::StringArray{"/usr/bin/lame", "--quiet", "-b", "192",
+                                                   files ("for-mp3.wav").getFullPathName(),
+                                                   files ("take.bin").getFullPathName()}));
+        lame.waitForProcessToFinish (60000);
+        const auto mp3 = kelfiner ({"process", files ("take.bin").getFullPathName(), "-o",
+                                    files ("mp3.wav").getFullPathName()});
+        EXPECT_EQ (mp3.exitCode, 0) << mp3.output;
+        EXPECT_GT (mp3.output.fromFirstOccurrenceOf ("learnt ", false, false).getIntValue(), 40)
+            << mp3.output;
+    }
     const auto flac = readWav (files ("out.flac"), rate, bits);
     EXPECT_EQ (rate, 48000.0);
     EXPECT_EQ (flac.getNumChannels(), 2);
