@@ -28,7 +28,12 @@ public:
     int run() override
     {
         const auto job = settings.toJobSettings();
+        if (output.empty())
+            throw UsageError{"-o needs a file or folder"};
         const auto out = fileArgument (output);
+        // "-o fixed/" names a folder even for one input, as it does for cp and rsync.
+        if (output.back() == '/' && !out.isDirectory() && !out.createDirectory())
+            throw UsageError{"cannot create the folder " + output};
         return runBatch (planBatch (inputs, out, recursive, job.plot != juce::File(),
                                     job.saveFilter != juce::File(), settings.outputExtension()),
                          job, options);

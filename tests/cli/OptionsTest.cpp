@@ -120,6 +120,13 @@ TEST (CommandLine, FoldersAreMirroredAndEveryFileIsAccountedFor)
         tree.output.contains ("kelfiner: " + takes.getFullPathName() + "/day2/broken.wav: "))
         << tree.output;
 
+    // A trailing slash names a folder, even for one input.
+    EXPECT_EQ (kelfiner ({"process", takes.getChildFile ("a.wav").getFullPathName(), "-o",
+                          files ("one").getFullPathName() + "/", "-q"})
+                   .exitCode,
+               0);
+    EXPECT_TRUE (files ("one/a.wav").existsAsFile());
+
     // Quiet: nothing but errors.
     const auto quiet = kelfiner ({"process", takes.getChildFile ("a.wav").getFullPathName(), "-o",
                                   files ("q.wav").getFullPathName(), "-q"});
