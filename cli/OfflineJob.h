@@ -29,7 +29,7 @@ struct JobSettings
     std::optional<std::pair<float, float>> rangeHz;
     /** Smoothing of the correction, in octaves; none: the tool's default for the estimator. */
     std::optional<float> smoothingOctaves;
-    /** Bands that hold nothing (80 to 90 dB under the learnt spectrum's peak) are not lifted. */
+    /** Bands that hold nothing (90 to 100 dB under the learnt spectrum's peak) are not lifted. */
     bool spareEmptyBands = true;
     /** The output's integrated loudness is brought back to the input's. */
     bool matchLoudness = true;

@@ -72,7 +72,7 @@ void SettingsOptions::addCorrection (CLI::App& command)
                         "LO:HI in Hz: outside this band the correction is held flat (for example "
                         "40:16000 above an encoder's low-pass)");
     command.add_flag ("--lift-empty-bands", liftEmptyBands,
-                      "also lift bands that hold nothing (80 to 90 dB under the material's peak "
+                      "also lift bands that hold nothing (90 to 100 dB under the material's peak "
                       "level: noise, an encoder's cut-off); by default they are left alone");
     command.add_option ("--loudness", loudness,
                         "match (default: the output as loud as the input, BS.1770), off, or a "

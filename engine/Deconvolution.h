@@ -120,13 +120,14 @@ public:
         bool loudnessMatched = false;
         /** No bin is lifted by more than this (dB). */
         float maximumBoostDb = std::numeric_limits<float>::infinity();
-        /** Bins whose learnt level lies 80 to 90 dB or more under the spectrum's peak (noise, an
+        /** Bins whose learnt level lies 90 to 100 dB or more under the spectrum's peak (noise, an
             encoder's cut-off) are not lifted at all; attenuated bands that still carry signal
             are. */
         bool spareEmptyBands = false;
         /** The correction is averaged (in dB) over this many octaves around each frequency,
-            so that it follows the material's balance rather than the harmonics of the notes
-            or voices that happened to be learnt; 0: not smoothed. */
+            the spectra it comes from first as power over an eighth of an octave, so that it
+            follows the material's balance rather than the harmonics of the notes or voices
+            that happened to be learnt; 0: not smoothed. */
         float smoothingOctaves = 0.0f;
         /** The whole correction scaled in dB: 1 as designed, 0.5 half of it, 0 none. */
         float amount = 1.0f;
@@ -182,8 +183,13 @@ public:
     /** Designs the correction filter from the latest estimate and hands it to the audio thread.
      */
     void updateFilter();
-    /** Smooths a correction curve as the limits ask. */
-    void smoothCorrection (Signal32& curve);
+    /** The correction that whitens the source and imposes the target, smoothed as the limits
+        ask. */
+    Signal32 smoothedCorrection (const Signal32& whitening, const Signal32& target);
+    /** Replaces each value by the mean over a band this many octaves wide around its bin. */
+    void averageOverOctaves (std::vector<double>& values, double octaves) const;
+    /** The narrow band over which smoothing first averages power (octaves). */
+    static constexpr double partialsOctaves = 0.125;
     /** Applies the correction limits to a curve, given the source's whitening magnitudes. */
     void applyCorrectionLimits (Signal32& curve, const Signal32& whitening);
     /** One minimum-phase impulse response of 50 ms per channel of magnitudes. */

@@ -193,10 +193,8 @@ void Deconvolution::updateFilter()
         whitening = source;
         if (targetModel == automatic || targetMagnitudes.getNumSamples() != source.getNumSamples())
             updateTargetMagnitudes (source);
-        Signal32 correction = source * targetMagnitudes;
-
+        Signal32 correction = smoothedCorrection (source, targetMagnitudes);
         sanitise (correction);
-        smoothCorrection (correction);
 
         // Level matching. The bin weights average 1, so dividing by the mean of the weighted curve
         // gives the correction a weighted mean of 1: learning changes the colour, not the loudness.

@@ -49,22 +49,15 @@ Deconvolution::CorrectionLimits Deconvolution::getCorrectionLimits()
     return correctionLimits;
 }
 
-void Deconvolution::smoothCorrection (Signal32& curve)
+void Deconvolution::averageOverOctaves (std::vector<double>& values, double octaves) const
 {
-    const juce::ScopedLock lock (designLock);
-    const double octaves = correctionLimits.smoothingOctaves;
-    if (!(octaves > 0.0))
-        return;
-    // A running geometric mean over a window of constant width in octaves, from prefix sums of
-    // the log curve: linear in the number of bins whatever the width.
-    const int bins = curve.getNumSamples();
-    std::vector<double> prefix (static_cast<std::size_t> (bins) + 1, 0.0);
-    float* c = curve.getChannel (0);
-    for (int k = 0; k < bins; ++k)
-        prefix[static_cast<std::size_t> (k) + 1] =
-            prefix[static_cast<std::size_t> (k)] + std::log (std::max (c[k], 1.0e-10f));
+    // A running mean over a window of constant width in octaves, from prefix sums: linear in the
+    // number of bins whatever the width.
+    const int bins = static_cast<int> (values.size());
+    std::vector<double> prefix (values.size() + 1, 0.0);
+    for (std::size_t k = 0; k < values.size(); ++k)
+        prefix[k + 1] = prefix[k] + values[k];
     const double binWidth = sampleRate.load() / fftSize, half = std::pow (2.0, octaves / 2.0);
-    std::vector<float> smoothed (static_cast<std::size_t> (bins));
     for (int k = 0; k < bins; ++k)
     {
         const double f = std::max (k * binWidth, 20.0);
@@ -72,12 +65,47 @@ void Deconvolution::smoothCorrection (Signal32& curve)
             std::clamp (static_cast<int> (std::floor (f / half / binWidth)), 0, bins - 1);
         const int hi =
             std::clamp (static_cast<int> (std::ceil (f * half / binWidth)), lo, bins - 1);
-        const double sum =
-            prefix[static_cast<std::size_t> (hi) + 1] - prefix[static_cast<std::size_t> (lo)];
-        smoothed[static_cast<std::size_t> (k)] =
-            static_cast<float> (std::exp (sum / (hi - lo + 1)));
+        values[static_cast<std::size_t> (k)] =
+            (prefix[static_cast<std::size_t> (hi) + 1] - prefix[static_cast<std::size_t> (lo)])
+            / (hi - lo + 1);
     }
-    std::copy (smoothed.begin(), smoothed.end(), c);
+}
+
+Signal32 Deconvolution::smoothedCorrection (const Signal32& whitening, const Signal32& target)
+{
+    const juce::ScopedLock lock (designLock);
+    const double octaves = correctionLimits.smoothingOctaves;
+    const int bins = std::min (whitening.getNumSamples(), target.getNumSamples());
+    Signal32 correction (1, bins);
+    if (!(octaves > 0.0))
+    {
+        for (int k = 0; k < bins; ++k)
+            correction[0][k] = whitening[0][k] * target[0][k];
+        return correction;
+    }
+    // Both spectra are first averaged as power over a narrow band, the way band levels add up:
+    // the partials of the notes or voices learnt count by their energy, not by the dips between
+    // them. The ratio is then averaged in dB over the whole width, which keeps steep slopes
+    // (a telephone's shelves) where they are.
+    std::vector<double> source (static_cast<std::size_t> (bins)), wanted (source.size());
+    for (int k = 0; k < bins; ++k)
+    {
+        const double a = std::max (static_cast<double> (whitening[0][k]), 1.0e-10);
+        source[static_cast<std::size_t> (k)] = 1.0 / (a * a);
+        wanted[static_cast<std::size_t> (k)] = static_cast<double> (target[0][k]) * target[0][k];
+    }
+    averageOverOctaves (source, partialsOctaves);
+    averageOverOctaves (wanted, partialsOctaves);
+    std::vector<double> ratio (source.size());
+    for (std::size_t k = 0; k < ratio.size(); ++k)
+        ratio[k] = 0.5 * std::log (std::max (wanted[k], 1.0e-30) / std::max (source[k], 1.0e-30));
+    averageOverOctaves (ratio, octaves);
+    for (int k = 0; k < bins; ++k)
+    {
+        const double gain = std::exp (ratio[static_cast<std::size_t> (k)]);
+        correction[0][k] = std::isfinite (gain) ? static_cast<float> (gain) : 1.0f;
+    }
+    return correction;
 }
 
 void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whitening)
@@ -111,14 +139,16 @@ void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whit
         for (int k = 1; k < bins; ++k)
             if (binFrequencies[static_cast<std::size_t> (k)] >= 20.0f)
                 smallest = std::min (smallest, a[k]);
-        // Lifts fade out between 80 and 90 dB under the peak rather than stop at a line, so a
-        // level hovering at the threshold does not make the correction flicker bin by bin.
+        // Lifts fade out between 90 and 100 dB under the peak rather than stop at a line, so a
+        // level hovering at the threshold does not make the correction flicker bin by bin. (From
+        // 80 dB on, the top of music behind telephone shelves, at 80 to 90 dB, stayed too dull;
+        // an encoder's cut-off lies deeper, at the model's floor.)
         for (int k = 0; k < bins; ++k)
         {
             if (c[k] <= 1.0f)
                 continue;
             const float depthDb = 20.0f * std::log10 (a[k] / smallest);
-            const float keep = std::clamp ((90.0f - depthDb) / 10.0f, 0.0f, 1.0f);
+            const float keep = std::clamp ((100.0f - depthDb) / 10.0f, 0.0f, 1.0f);
             c[k] = std::pow (c[k], keep);
         }
     }
