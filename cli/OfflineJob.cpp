@@ -53,6 +53,16 @@ Signal32 toSignal (juce::AudioBuffer<float> const& buffer, int samples)
     return signal;
 }
 
+/** How much material the learnt frames stand for. They overlap by half, except the original
+    estimator's while a whole file is learnt first (edge to edge). */
+double learntSeconds (Deconvolution& engine, std::uint64_t frames, bool wholeFileFirst)
+{
+    const bool overlapping =
+        !wholeFileFirst || engine.getEstimator() == vesk::audio::Estimator::longTermSpectrum;
+    const double hop = engine.getEstimationFrameLength() / (overlapping ? 2.0 : 1.0);
+    return static_cast<double> (frames) * hop / std::max (engine.getSampleRate(), 1.0);
+}
+
 bool usesLongTermSpectrum (JobSettings const& settings)
 {
     return settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum)
@@ -357,6 +367,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
                                       / totalPasses);
         }
         result.learntFrames = engine.getEstimateFrameCount();
+        result.learntSeconds = learntSeconds (engine, result.learntFrames, true);
         processor.setCheckedParameterValue (Deconvolution::estimationModeIndex,
                                             static_cast<float> (vesk::audio::holdMode),
                                             false); // hold what was learnt
@@ -401,7 +412,10 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
                     return true;
                 });
     if (settings.live)
+    {
         result.learntFrames = engine.getEstimateFrameCount();
+        result.learntSeconds = learntSeconds (engine, result.learntFrames, false);
+    }
 
     result.loudnessInLufs = inputLevel.integratedLoudness();
     result.loudnessOutLufs = outputLevel.integratedLoudness();

@@ -48,6 +48,7 @@ struct JobResult
     bool ok = false;
     juce::String error;
     std::uint64_t learntFrames = 0;
+    double learntSeconds = 0.0; // the material those frames stand for
     float correctionMinDb = 0.0f, correctionMaxDb = 0.0f;
     double deviationBeforeDb = 0.0, deviationAfterDb = 0.0;
     double loudnessInLufs = 0.0, loudnessOutLufs = 0.0;

@@ -8,7 +8,8 @@
 namespace
 {
 /** Under about a second of material at the tool's default model length. */
-constexpr std::uint64_t fewestFramesToTrust = 25;
+/** Less material than this (s) above the threshold is too little to trust. */
+constexpr double fewestSecondsToTrust = 1.0;
 
 /** JSON has no infinity (the loudness of silence): such a figure is null. */
 juce::var number (double value, int decimals = 2)
@@ -36,9 +37,10 @@ juce::StringArray warningsFor (JobResult const& result)
     if (result.learntFrames == 0)
         warnings.add ("nothing was loud enough to learn, so nothing was corrected (see "
                       "--threshold)");
-    else if (result.learntFrames < fewestFramesToTrust)
-        warnings.add ("only " + juce::String (result.learntFrames)
-                      + " frames were learnt, too few to trust the correction");
+    else if (result.learntSeconds < fewestSecondsToTrust)
+        warnings.add ("only " + juce::String (result.learntSeconds, 2) + " s of material ("
+                      + juce::String (result.learntFrames)
+                      + " frames) were learnt, too little to trust the correction");
     if (result.deviationAfterDb > result.deviationBeforeDb)
         warnings.add ("the result is further from the target than the input");
     if (result.nonFiniteSamples > 0)
@@ -119,6 +121,7 @@ void JsonReport::add (juce::String const& shownName, juce::File const& output,
         return;
     }
     entry->setProperty ("learntFrames", static_cast<juce::int64> (result.learntFrames));
+    entry->setProperty ("learntSeconds", std::round (result.learntSeconds * 100.0) / 100.0);
     juce::Array<juce::var> curve;
     for (auto const& [frequency, db] : result.correctionCurve)
         curve.add (pairOf (number (frequency, 1), number (db)));

@@ -40,11 +40,13 @@ void SettingsOptions::addLearning (CLI::App& command)
                         "spectrum (the long-term spectrum, default) or frames (each frame's model, "
                         "averaged: the plug-in's original way)");
     command.add_option ("--threshold", threshold,
-                        "learning threshold in dB (-112 .. -12; default -70 with the spectrum "
-                        "estimator and no preset, else -36 as in the plug-in)");
+                        "learning threshold in dB (-112 .. -12; default 50 dB under the file's "
+                        "RMS level with the spectrum estimator and no preset, else -36 as in the "
+                        "plug-in)");
     command.add_option ("--filter-length", filterLength,
-                        "model length in ms (1 .. 20; default 20 with the spectrum estimator and "
-                        "no preset, else 10 as in the plug-in)");
+                        "filter length in ms (1 .. 20): the frames' length (x 8) with the "
+                        "spectrum estimator, the model's with frames; default 20 with the "
+                        "spectrum estimator and no preset, else 10 as in the plug-in");
     command.add_option ("--preset", preset,
                         "start from a preset: a file, or a name that kelfiner presets lists");
 }

@@ -108,13 +108,15 @@ void Deconvolution::prepareBuffers()
     inputQueue.prepare (channels, frame + queueChunk);
     estimationWindow = Signal32 (channels, frame);
     estimationWindow.ensureDimensions (channels, 0);
-    spectrumWindow = Signal32 (1, frame);
+    spectrumWindow = Signal32 (1, std::max (frame, fftSize));
     spectrumWindow.ensureDimensions (1, 0);
+    spectrumTransform.allocate (fftSize, true);
+    spectrumFrame = Signal32 (1, fftSize, 0.0f);
+    spectrumBins = ComplexSignal32 (1, fftSize / 2 + 1);
+    spectrumSum.reserve (static_cast<std::size_t> (fftSize / 2 + 1));
     estimationFrame = Signal32 (channels, frame);
     frameCoefficients = Signal32 (1, order);
     predictorScratch.reserve (static_cast<std::size_t> (order));
-    autocorrelationSum.reserve (static_cast<std::size_t> (order + 1));
-    frameAutocorrelation.reserve (static_cast<std::size_t> (order + 1));
     linearPrediction.prepare (frame, order);
     const int learntSamples = sourceEstimate.hasStorage() ? sourceEstimate.getNumSamples() : 0;
     Signal32 learnt =
@@ -125,7 +127,7 @@ void Deconvolution::prepareBuffers()
     {
         const juce::SpinLock::ScopedLockType snapshot (snapshotLock);
         sourceSnapshot = withRoomFor (1, learntSamples, order);
-        autocorrelationSnapshot.reserve (static_cast<std::size_t> (order + 1));
+        spectrumSnapshot.reserve (static_cast<std::size_t> (fftSize / 2 + 1));
         if (learntSamples > 0)
             ippsCopy_32f (sourceEstimate.getChannel (0), sourceSnapshot.getChannel (0),
                           learntSamples);
@@ -292,7 +294,7 @@ void Deconvolution::reset()
         if (estimationMode != holdMode)
         {
             sourceEstimate.ensureDimensions (1, 0); // mode 2 holds what was learnt, on purpose
-            autocorrelationFrames = 0;
+            spectrumFrames = 0;
         }
         publishSourceSnapshot();
         estimateFrameCount = 0;
@@ -371,18 +373,18 @@ void Deconvolution::getSourceFilter (Signal32& coefficients, double& rate)
     // several channels, needs more inside it.
     Signal32 copy = withRoomFor (1, 0, maximumOrder());
     std::vector<double> sum;
-    sum.reserve (static_cast<std::size_t> (maximumOrder() + 1));
+    sum.reserve (static_cast<std::size_t> (fftSize / 2 + 1));
     {
         const juce::ScopedLock lock (engineLock);
-        if (estimator.load() == Estimator::longTermSpectrum && autocorrelationFrames > 0)
-            sum.assign (autocorrelationSum.begin(), autocorrelationSum.end());
+        if (estimator.load() == Estimator::longTermSpectrum && spectrumFrames > 0)
+            sum.assign (spectrumSum.begin(), spectrumSum.end());
         copy.ensureDimensions (sourceEstimate.getNumChannels(), sourceEstimate.getNumSamples());
         if (copy.getNumSamples() > 0)
             copySamples (sourceEstimate, copy);
         rate = sourceSampleRate;
     }
     if (!sum.empty())
-        copy = modelOf (sum, static_cast<int> (sum.size()) - 1);
+        copy = whiteningOf (sum);
     coefficients = copy.getNumSamples() > 0 ? copy : Signal32();
 }
 
@@ -400,7 +402,7 @@ void Deconvolution::setSourceFilter (const Signal32& coefficients, double rate)
         const juce::ScopedLock lock (engineLock);
         std::swap (sourceEstimate, learnt);
         sourceSampleRate = rate;
-        autocorrelationFrames = 0; // a loaded model stands for the estimate until frames come
+        spectrumFrames = 0; // a loaded model stands for the estimate until frames come
         publishSourceSnapshot();
         if (snapshotStale)
         {

@@ -20,8 +20,9 @@
 namespace vesk::audio
 {
 /** The tonal-balance correction engine. While learning it models the long-term spectral
-    envelope of its input by linear prediction (the source estimate), compares it with a target
-    profile and applies a 50 ms minimum-phase FIR correction with zero added latency.
+    envelope of its input (the source estimate: by linear prediction, or from the long-term
+    power spectrum, see Estimator), compares it with a target profile and applies a 50 ms
+    minimum-phase FIR correction with zero added latency.
 
     Threads and locks:
     - The audio thread calls process(). It holds engineLock for the block, as the design has it,
@@ -142,8 +143,9 @@ public:
 
     /** Feeds estimation frames only: no redesign, no convolution, no analysers. For offline tools
         that learn a whole file before processing it; call updateFilter() afterwards. A hop
-        multiple of 2 takes frames edge to edge instead of half overlapping: over a whole file
-        the mean is the same, at half the cost. Not while audio runs. */
+        multiple of 2 takes the original estimator's frames edge to edge instead of half
+        overlapping: over a whole file the mean is the same, at half the cost (the long-term
+        spectrum's windowed frames always overlap by half). Not while audio runs. */
     void learn (const Signal32& input, int hopMultiple = 1);
 
     /** The rate of the current format; 0 before one is set. Any thread. */
@@ -189,11 +191,13 @@ public:
     /** Replaces each value by the mean over a band this many octaves wide around its bin. */
     void averageOverOctaves (std::vector<double>& values, double octaves) const;
     /** The narrow band over which smoothing first averages power (octaves). */
-    static constexpr double partialsOctaves = 0.125;
+    static constexpr double partialsOctaves = 1.0 / 6.0;
     /** Applies the correction limits to a curve, given the source's whitening magnitudes. */
     void applyCorrectionLimits (Signal32& curve, const Signal32& whitening);
     /** One minimum-phase impulse response of 50 ms per channel of magnitudes. */
     Signal32 calculateImpulseResponse (const Signal32& magnitudes);
+    /** The whole minimum-phase response (one transform long) per channel of magnitudes. */
+    Signal32 minimumPhaseResponse (const Signal32& magnitudes);
     /** Turns the emphasis points into one weight per bin. */
     void updateEmphasisLevels();
 
@@ -208,6 +212,8 @@ public:
     int getFftSize();                       // any thread but the audio thread
     int getAnalyzerFrameSize();             // any thread but the audio thread
     int getAnalyzerHopSize();               // any thread but the audio thread
+    /** Samples in one learning frame of the current estimator and length. Any thread. */
+    int getEstimationFrameLength() const;
     /** The impulse response of the latest design (first channel). */
     Signal32 getImpulseResponse();
     /** How many designs have been installed in the convolution (audio side). */
@@ -224,9 +230,11 @@ private:
     void updateAnalyzers (const Signal32& input, const Signal32& output);
     void analyse (FrameQueue& queue, Signal32& spectrum, bool& valid, float smoothing);
     void publishSourceSnapshot();
-    void learnAutocorrelation (const Signal32& frame, int order);
-    /** The model of an autocorrelation sum (flat when the recursion fails). */
-    static Signal32 modelOf (const std::vector<double>& autocorrelation, int order);
+    int spectrumFrameLength() const;
+    void learnSpectrum (const Signal32& frame);
+    /** The minimum-phase whitening filter of a summed power spectrum on the bin grid, as a
+        coefficient set (flat when nothing was learnt). Under designLock. */
+    Signal32 whiteningOf (const std::vector<double>& spectrum);
     void requestDesign();
     void designRequested();
     void installPendingResponse();
@@ -250,16 +258,19 @@ private:
     std::atomic<bool> restartEstimate{false};
     Signal32 sourceEstimate; // no samples: nothing learnt (the storage is kept for learning)
     double sourceSampleRate = 0.0;
-    // The long-term-spectrum estimator's state: the sum of the frames' autocorrelations, which
-    // stands for the estimate while it holds frames.
-    std::vector<double> autocorrelationSum;
-    std::vector<double> frameAutocorrelation;
-    std::uint64_t autocorrelationFrames = 0;
+    // The long-term-spectrum estimator's state: the sum of the frames' power spectra on the
+    // design's bin grid, which stands for the estimate while it holds frames.
+    std::vector<double> spectrumSum;
+    std::uint64_t spectrumFrames = 0;
+    FourierTransform spectrumTransform;
+    Signal32 spectrumFrame; // one channel of a frame, windowed and zero-padded
+    ComplexSignal32 spectrumBins;
+    double spectrumWindowPower = 1.0;
     FrameQueue inputQueue;
     FirFilter correctionFilter;
     LinearPrediction linearPrediction;
     Signal32 estimationWindow;
-    Signal32 spectrumWindow; // the long-term spectrum's frames: far lower leakage than Hamming
+    Signal32 spectrumWindow; // the long-term spectrum's frames
     Signal32 estimationFrame;
     Signal32 frameCoefficients;
     std::vector<double> predictorScratch;
@@ -285,7 +296,7 @@ private:
     // The learnt estimate as the designers see it.
     juce::SpinLock snapshotLock;
     Signal32 sourceSnapshot;
-    std::vector<double> autocorrelationSnapshot; // used instead when it holds lags
+    std::vector<double> spectrumSnapshot; // used instead when it holds bins
     double snapshotSampleRate = 0.0;
     bool snapshotStale = false; // audio side: the last publication found the lock taken
 
@@ -293,7 +304,7 @@ private:
     Signal32 designSource;
     double designSourceRate = 0.0;
     CorrectionLimits correctionLimits;
-    std::vector<double> designAutocorrelation;
+    std::vector<double> designSpectrum;
     std::vector<double> designCoefficients;
     Signal32 targetFilter;
     double targetSampleRate = 0.0;

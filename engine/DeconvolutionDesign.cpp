@@ -169,18 +169,16 @@ void Deconvolution::updateFilter()
     {
         // The designers' own copy of what the audio thread learnt, taken in a moment.
         const juce::SpinLock::ScopedLockType snapshot (snapshotLock);
-        designAutocorrelation.assign (autocorrelationSnapshot.begin(),
-                                      autocorrelationSnapshot.end());
+        designSpectrum.assign (spectrumSnapshot.begin(), spectrumSnapshot.end());
         const int learnt = sourceSnapshot.getNumSamples();
         designSource.ensureDimensions (1, learnt);
         if (learnt > 0)
             ippsCopy_32f (sourceSnapshot.getChannel (0), designSource.getChannel (0), learnt);
         designSourceRate = snapshotSampleRate;
     }
-    // The long-term spectrum's model is solved here, once per design, off the audio thread.
-    if (!designAutocorrelation.empty())
-        designSource =
-            modelOf (designAutocorrelation, static_cast<int> (designAutocorrelation.size()) - 1);
+    // The long-term spectrum's model is made here, once per design, off the audio thread.
+    if (!designSpectrum.empty())
+        designSource = whiteningOf (designSpectrum);
 
     Signal32 whitening; // of the learnt source, where there is one
     if (!hasCoefficients (designSource))
@@ -230,6 +228,13 @@ void Deconvolution::updateFilter()
 Signal32 Deconvolution::calculateImpulseResponse (const Signal32& magnitudes)
 {
     const juce::ScopedLock lock (designLock);
+    const int taps = std::min (static_cast<int> (sampleRate * 50.0 / 1000.0), fftSize);
+    return minimumPhaseResponse (magnitudes).extractSection (0, taps);
+}
+
+Signal32 Deconvolution::minimumPhaseResponse (const Signal32& magnitudes)
+{
+    const juce::ScopedLock lock (designLock);
     const int n = fftSize;
     const int bins = n / 2 + 1;
     const int channels = magnitudes.getNumChannels();
@@ -257,10 +262,8 @@ Signal32 Deconvolution::calculateImpulseResponse (const Signal32& magnitudes)
     }
     const auto phase = designTransform.inverseReal (cepstrum);
 
-    const auto response =
-        designTransform.inverseReal (ComplexSignal32 (magnitudes, phase)) / static_cast<float> (n);
-    const int taps = std::min (static_cast<int> (sampleRate * 50.0 / 1000.0), n);
-    return response.extractSection (0, taps);
+    return designTransform.inverseReal (ComplexSignal32 (magnitudes, phase))
+           / static_cast<float> (n);
 }
 
 void Deconvolution::updateEmphasisLevels()

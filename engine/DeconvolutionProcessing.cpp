@@ -3,8 +3,6 @@
 #include "MathEx.h"
 
 #include <cmath>
-#include <map>
-#include <mutex>
 
 namespace vesk::audio
 {
@@ -107,9 +105,12 @@ Signal32 Deconvolution::process (const Signal32& input)
 
 void Deconvolution::feedEstimation (const Signal32& input, int hopMultiple)
 {
-    const int length = estimationLength();
-    const int frameLength = 2 * (length + 1);
-    const int hop = (length + 1) * std::clamp (hopMultiple, 1, 2);
+    // The long-term spectrum's frames always overlap by half: taken edge to edge, its Hann
+    // window would leave the samples at their joins out of the mean (on speech that changed the
+    // learnt spectrum by up to 2 dB), and its frames cost little anyway.
+    const bool spectral = estimator.load() == Estimator::longTermSpectrum;
+    const int frameLength = spectral ? spectrumFrameLength() : 2 * (estimationLength() + 1);
+    const int hop = frameLength / 2 * (spectral ? 1 : std::clamp (hopMultiple, 1, 2));
 
     // The queue's ring holds a frame and a piece of this size; the frames taken are the same
     // whatever the pieces.
@@ -154,7 +155,7 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     if (restartEstimate.exchange (false))
     {
         estimateFrameCount = 0;
-        autocorrelationFrames = 0;
+        spectrumFrames = 0;
     }
 
     // Frames holding NaN or infinity are gated like silence, so they never poison the estimate.
@@ -165,7 +166,7 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     const int order = estimationLength() + 1;
     if (estimator.load() == Estimator::longTermSpectrum)
     {
-        learnAutocorrelation (frame, order);
+        learnSpectrum (frame);
         return true;
     }
 
@@ -233,124 +234,6 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     sourceSampleRate = sampleRate;
     publishSourceSnapshot();
     return true;
-}
-
-void Deconvolution::learnAutocorrelation (const Signal32& frame, int order)
-{
-    const int channels = frame.getNumChannels();
-    const int samples = frame.getNumSamples();
-    const int lags = order + 1; // as many as the recursion of this order reads
-    const bool seedOnly = estimationMode != learnMode;
-    if (seedOnly && autocorrelationFrames > 0)
-        return; // modes 0 and 3 keep the first frame's model
-
-    // A new filter length asks for other lags: the mean starts again.
-    if (static_cast<int> (autocorrelationSum.size()) != lags)
-        autocorrelationFrames = 0;
-    if (autocorrelationFrames == 0)
-        autocorrelationSum.assign (static_cast<std::size_t> (lags), 0.0);
-    frameAutocorrelation.resize (static_cast<std::size_t> (lags));
-
-    // Summed over channels and frames without normalising: louder frames weigh more, as they
-    // do in the long-term spectrum. The model does not depend on the sum's scale.
-    // A Blackman window: its leakage falls off steeply, where Hamming's far leakage fills every
-    // band to about 55 dB under the loudest, which hides deep dips and empty bands from the
-    // model. (A four-term Blackman-Harris window reached further down but blurred resonances
-    // more; in the evaluation Blackman scored best of the three.)
-    if (spectrumWindow.getNumSamples() != samples)
-    {
-        spectrumWindow.ensureDimensions (1, samples);
-        float* w = spectrumWindow.getChannel (0);
-        const double step = 2.0 * M_PI / std::max (samples - 1, 1);
-        for (int n = 0; n < samples; ++n)
-            w[n] = static_cast<float> (0.42 - 0.5 * std::cos (step * n)
-                                       + 0.08 * std::cos (2.0 * step * n));
-    }
-    estimationFrame.ensureDimensions (channels, samples);
-    for (int c = 0; c < channels; ++c)
-    {
-        float* windowed = estimationFrame.getChannel (c);
-        if (windowed != frame.getChannel (c))
-            ippsCopy_32f (frame.getChannel (c), windowed, samples);
-        ippsMul_32f_I (spectrumWindow.getChannel (0), windowed, samples);
-        linearPrediction.computeAutocorrelation (windowed, samples, frameAutocorrelation.data(),
-                                                 lags);
-        for (std::size_t k = 0; k < frameAutocorrelation.size(); ++k)
-            autocorrelationSum[k] += frameAutocorrelation[k];
-    }
-    ++autocorrelationFrames;
-    estimateFrameCount = autocorrelationFrames;
-    sourceSampleRate = sampleRate;
-    publishSourceSnapshot();
-}
-
-namespace
-{
-/** The normalised self-correlation of a Blackman window of `samples` samples, lags 0 .. lags-1:
-    how much the window of a learning frame tapers each lag of the frame's autocorrelation. */
-std::vector<double> blackmanTaper (int samples, std::size_t lags)
-{
-    std::vector<double> window (static_cast<std::size_t> (std::max (samples, 1)));
-    const double step = 2.0 * M_PI / std::max (samples - 1, 1);
-    for (std::size_t n = 0; n < window.size(); ++n)
-        window[n] = 0.42 - 0.5 * std::cos (step * static_cast<double> (n))
-                    + 0.08 * std::cos (2.0 * step * static_cast<double> (n));
-    std::vector<double> taper (lags, 0.0);
-    for (std::size_t k = 0; k < lags && k < window.size(); ++k)
-        for (std::size_t n = 0; n + k < window.size(); ++n)
-            taper[k] += window[n] * window[n + k];
-    for (std::size_t k = lags; k-- > 0;)
-        taper[k] /= taper[0];
-    return taper;
-}
-
-/** Per lag: the taper of a frame four times as long, divided by that of the frames learnt.
-    Frames of twice the model's length taper their far lags so much that the model's low end is
-    blurred (a resonance at 110 Hz, a shelf at 300 Hz spread over an octave); four times the
-    length resolved the evaluation's low colourations (white noise behind telephone shelves
-    0.42 -> 0.23 dB) at no cost on the audio thread. Computed once per model length. */
-std::vector<double> const& taperCompensation (std::size_t lags)
-{
-    static std::mutex guard;
-    static std::map<std::size_t, std::vector<double>> made;
-    const std::scoped_lock lock (guard);
-    auto& compensation = made[lags];
-    if (compensation.size() != lags)
-    {
-        // learnAutocorrelation's frames: twice the model's order, one lag more than the order.
-        const int frame = 2 * static_cast<int> (std::max<std::size_t> (lags, 2) - 1);
-        const auto learnt = blackmanTaper (frame, lags);
-        const auto wanted = blackmanTaper (4 * frame, lags);
-        compensation.resize (lags);
-        for (std::size_t k = 0; k < lags; ++k)
-            compensation[k] = wanted[k] / std::max (learnt[k], 1.0e-12);
-    }
-    return compensation;
-}
-} // namespace
-
-Signal32 Deconvolution::modelOf (const std::vector<double>& autocorrelation, int order)
-{
-    std::vector<double> a (static_cast<std::size_t> (order), 0.0);
-    Signal32 model (1, order, 0.0f);
-    if (order < 1)
-        return model;
-    // A white floor 90 dB under the material's power keeps the recursion stable when the
-    // spectrum spans more than double precision lets it resolve (deep cut-offs learnt through
-    // a low-leakage window); nothing a listener could hear lies below it.
-    std::vector<double> r (autocorrelation);
-    const auto& compensation = taperCompensation (r.size());
-    for (std::size_t k = 0; k < r.size(); ++k)
-        r[k] *= compensation[k];
-    if (!r.empty())
-        r[0] *= 1.0 + 1.0e-9;
-    if (static_cast<int> (r.size()) >= order + 1 && r[0] > 0.0
-        && LinearPrediction::levinson (r.data(), a.data(), order - 1))
-        for (int k = 0; k < order; ++k)
-            model[0][k] = static_cast<float> (a[static_cast<std::size_t> (k)]);
-    else
-        model[0][0] = 1.0f; // nothing learnt, or a failed recursion: a flat envelope
-    return model;
 }
 
 void Deconvolution::analyse (FrameQueue& queue, Signal32& spectrum, bool& valid, float smoothing)

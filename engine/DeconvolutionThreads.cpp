@@ -90,14 +90,14 @@ void Deconvolution::publishSourceSnapshot()
         snapshotStale = true;
         return;
     }
-    if (estimator.load() == Estimator::longTermSpectrum && autocorrelationFrames > 0)
+    if (estimator.load() == Estimator::longTermSpectrum && spectrumFrames > 0)
     {
-        // The designers solve the model; the audio thread only hands over the sum.
-        autocorrelationSnapshot.assign (autocorrelationSum.begin(), autocorrelationSum.end());
+        // The designers make the model; the audio thread only hands over the sum.
+        spectrumSnapshot.assign (spectrumSum.begin(), spectrumSum.end());
     }
     else
     {
-        autocorrelationSnapshot.clear();
+        spectrumSnapshot.clear();
         const int samples = sourceEstimate.getNumSamples();
         sourceSnapshot.ensureDimensions (1, samples);
         if (samples > 0)

@@ -17,9 +17,10 @@ enum EstimationMode
 
 /** How learning turns frames into the source model. The first is the original: each frame's
     linear-prediction model, averaged coefficient by coefficient. The second averages what does
-    add up, the frames' autocorrelations (their power spectra), and solves one model of the mean
-    whenever the filter is designed: on music and speech, whose frames differ widely, that mean
-    is the long-term spectrum, where an average of coefficient sets describes no frame at all. */
+    add up, the frames' power spectra, and makes one model of the mean (its minimum-phase
+    whitening filter) whenever the filter is designed: on music and speech, whose frames differ
+    widely, that mean is the long-term spectrum, where an average of coefficient sets describes
+    no frame at all. */
 enum class Estimator
 {
     frameModels = 0,

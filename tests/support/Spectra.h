@@ -41,6 +41,21 @@ struct Biquad
                 (1.0 - alpha / a) / a0};
     }
 
+    /** A low shelf of the given slope (1: as steep as it stays monotonic). */
+    static Biquad lowShelf (double frequency, double slope, double gainDb, double rate)
+    {
+        const double a = std::pow (10.0, gainDb / 40.0), w = 2.0 * M_PI * frequency / rate;
+        const double c = std::cos (w),
+                     alpha =
+                         std::sin (w) / 2.0 * std::sqrt ((a + 1.0 / a) * (1.0 / slope - 1.0) + 2.0),
+                     s = 2.0 * std::sqrt (a) * alpha;
+        const double a0 = (a + 1.0) + (a - 1.0) * c + s;
+        return {a * ((a + 1.0) - (a - 1.0) * c + s) / a0,
+                2.0 * a * ((a - 1.0) - (a + 1.0) * c) / a0,
+                a * ((a + 1.0) - (a - 1.0) * c - s) / a0, -2.0 * ((a - 1.0) + (a + 1.0) * c) / a0,
+                ((a + 1.0) + (a - 1.0) * c - s) / a0};
+    }
+
     /** Filters every channel in place. */
     void apply (audio::Signal32& signal) const
     {
