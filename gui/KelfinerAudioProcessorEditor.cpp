@@ -163,6 +163,7 @@ KelfinerAudioProcessorEditor::KelfinerAudioProcessorEditor (KelfinerAudioProcess
     header.attach (this, &processor);
     header.enablePresets (true, 0);
     header.addListener (this);
+    header.setProductMenu (TRANS ("Correction"), [this] { return createCorrectionMenu(); });
     filterCurveEditor.setMargins (5.0f, 5.0f);
 
     updateEmphasisHandles();
@@ -177,6 +178,7 @@ KelfinerAudioProcessorEditor::~KelfinerAudioProcessorEditor()
     stopTimer();
     processor.removeListener (this);
     header.removeListener (this);
+    header.setProductMenu ({}, nullptr); // it refers to this editor
     auto& settings = getProperties();
     settings.setValue ("LastWindowWidth", getWidth());
     settings.setValue ("LastWindowHeight", getHeight());
@@ -438,7 +440,9 @@ void KelfinerAudioProcessorEditor::comboBoxChanged (juce::ComboBox* combo)
 void KelfinerAudioProcessorEditor::headerCommand (PlugInEditorHeader* from, int command)
 {
     BasePluginEditor::headerCommand (from, command);
-    if (command >= PlugInEditorHeader::themeCommandBase)
+    if (command >= PlugInEditorHeader::productCommandBase)
+        correctionCommand (command);
+    else if (command >= PlugInEditorHeader::themeCommandBase)
         updateParameterControls(); // everything repainted in the new theme's colours
 }
 

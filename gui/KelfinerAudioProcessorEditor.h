@@ -96,6 +96,12 @@ public:
     int getAnalyzerRange() const noexcept { return analyzerRange; }
     juce::String getFramesText() const { return framesLabel.getText(); }
 
+    /** The "Correction" menu under the plug-in menu: the learning estimator and the correction
+        limits, ticked as they stand. */
+    juce::PopupMenu createCorrectionMenu() const;
+    /** Carries out one of that menu's items. */
+    void correctionCommand (int command);
+
 private:
     float xFromFrequency (float frequency) const;
     float frequencyFromX (float x) const;

@@ -176,6 +176,18 @@ void KelfinerAudioProcessor::applyProductSettings (const juce::XmlElement* setti
     deconvolution->setCorrectionLimits (limits);
 }
 
+void KelfinerAudioProcessor::setProductSetting (const juce::Identifier& name,
+                                                const juce::var& value)
+{
+    auto settings = productSettings();
+    if (value.isVoid())
+        settings->removeAttribute (name);
+    else
+        settings->setAttribute (name, value.toString());
+    applyProductSettings (settings.get());
+    updateHostDisplay (ChangeDetails().withNonParameterStateChanged (true));
+}
+
 void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data, int size)
 {
     juce::MemoryInputStream in (data, static_cast<std::size_t> (juce::jmax (size, 0)), false);

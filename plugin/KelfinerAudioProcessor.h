@@ -72,14 +72,18 @@ public:
     /** Marks the settings record that follows the filters in the host state. */
     static constexpr std::uint64_t settingsMarker = 0x4B4C464E53455431ULL;
 
-private:
     /** The settings beyond the public parameters (the learning estimator and the correction
         limits), as saved in states and presets. Message thread. */
     std::unique_ptr<juce::XmlElement> productSettings() const;
-    /** Applies saved settings; missing ones take the values states had before they existed.
-        Message thread. */
+    /** Applies saved settings, each checked against its range here and nowhere else (states,
+        presets and the editor all come this way); missing ones take the values states had
+        before they existed. Message thread. */
     void applyProductSettings (const juce::XmlElement* settings);
+    /** Changes one of those settings as the editor does (a void value removes it: no limit, no
+        smoothing) and tells the host that the state changed. Message thread. */
+    void setProductSetting (const juce::Identifier& name, const juce::var& value);
 
+private:
     vesk::audio::Deconvolution* deconvolution;
     static inline EditorFactory editorFactory = nullptr;
 };

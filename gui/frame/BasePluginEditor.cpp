@@ -107,7 +107,8 @@ void BasePluginEditor::headerCommand (PlugInEditorHeader*, int command)
         basePlugin.showHelp();
     else if (command == PlugInEditorHeader::aboutCommand)
         showAbout();
-    else if (command >= PlugInEditorHeader::themeCommandBase)
+    else if (command >= PlugInEditorHeader::themeCommandBase
+             && command < PlugInEditorHeader::productCommandBase)
         setTheme (command - PlugInEditorHeader::themeCommandBase);
 }
 

@@ -181,6 +181,13 @@ void PlugInEditorHeader::refresh()
     presetButton.setButtonText (name.isNotEmpty() ? name : TRANS ("(no preset)"));
 }
 
+void PlugInEditorHeader::setProductMenu (const juce::String& name,
+                                         std::function<juce::PopupMenu()> make)
+{
+    productMenuName = name;
+    makeProductMenu = std::move (make);
+}
+
 juce::PopupMenu PlugInEditorHeader::createPluginMenu() const
 {
     juce::PopupMenu themes;
@@ -188,6 +195,11 @@ juce::PopupMenu PlugInEditorHeader::createPluginMenu() const
         themes.addItem (themeCommandBase + id, TRANS (BaseTheme::create (id)->getThemeName()), true,
                         id == currentThemeId);
     juce::PopupMenu menu;
+    if (makeProductMenu)
+    {
+        menu.addSubMenu (productMenuName, makeProductMenu());
+        menu.addSeparator();
+    }
     menu.addItem (helpCommand, TRANS ("Help..."));
     menu.addSubMenu (TRANS ("Themes"), themes);
     menu.addItem (aboutCommand, TRANS ("About"));

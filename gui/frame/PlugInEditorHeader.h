@@ -5,6 +5,8 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
+#include <functional>
+
 /** The bar along the top of every editor: the product's name, undo and redo, the A/B switch and
     the copy to the other slot, preset navigation, and the plug-in menu (help, themes, about).
     Buttons follow the processor (a 150 ms poll), so a host's undo or a preset change shows.
@@ -19,7 +21,8 @@ public:
         aboutCommand = 2,
         authoriseCommand = 3,
         deauthoriseCommand = 4,
-        themeCommandBase = 0x100 ///< + the theme's id
+        themeCommandBase = 0x100,   ///< + the theme's id
+        productCommandBase = 0x1000 ///< and up: the product's own menu (setProductMenu)
     };
 
     class Listener
@@ -40,6 +43,9 @@ public:
     void removeListener (Listener* listener);
     /** The theme ticked in the plug-in menu. */
     void setCurrentThemeId (int themeId) { currentThemeId = themeId; }
+    /** A product's own submenu at the top of the plug-in menu, made anew each time the menu
+        opens; its item ids start at productCommandBase and reach the listeners like the rest. */
+    void setProductMenu (const juce::String& name, std::function<juce::PopupMenu()> make);
 
     // The buttons' actions, callable without a mouse.
     void undo();
@@ -80,6 +86,8 @@ private:
     int firstProgram = 0;
     bool showingB = false;
     int currentThemeId = 1;
+    juce::String productMenuName;
+    std::function<juce::PopupMenu()> makeProductMenu;
 
     IconButton undoButton, redoButton, copyButton, previousButton, nextButton, savePresetButton,
         menuButton;

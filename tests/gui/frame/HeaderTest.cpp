@@ -76,7 +76,7 @@ TEST_F (Header, ThemesSwitchAtOnceAndAreKept)
     juce::StringArray items;
     for (juce::PopupMenu::MenuItemIterator i (menu); i.next();)
         items.add (i.getItem().text);
-    EXPECT_EQ (items, juce::StringArray ({"Help...", "Themes", "About"}));
+    EXPECT_EQ (items, juce::StringArray ({"Correction", "", "Help...", "Themes", "About"}));
 
     header().handleCommand (PlugInEditorHeader::themeCommandBase + BaseTheme::steelThemeId);
     EXPECT_EQ (editor->getTheme().getThemeName(), "Brushed steel");
@@ -87,6 +87,58 @@ TEST_F (Header, ThemesSwitchAtOnceAndAreKept)
     EXPECT_EQ (editor->getTheme().getThemeName(), "Brushed steel");
     header().handleCommand (PlugInEditorHeader::themeCommandBase + BaseTheme::darkThemeId);
     EXPECT_EQ (editor->getTheme().getThemeName(), "Simplistic dark");
+}
+
+// The settings beside the public parameters are chosen in the plug-in menu, shown ticked as they
+// stand, and travel with the host state.
+TEST_F (Header, CorrectionMenuSetsEstimatorAndLimits)
+{
+    const auto ticked = [this]
+    {
+        juce::StringArray items;
+        const auto menu = editor->createCorrectionMenu();
+        for (juce::PopupMenu::MenuItemIterator i (menu, true); i.next();)
+            if (i.getItem().isTicked)
+                items.add (i.getItem().text);
+        return items;
+    };
+    const auto idOf = [this] (juce::String const& text)
+    {
+        const auto menu = header().createPluginMenu();
+        for (juce::PopupMenu::MenuItemIterator i (menu, true); i.next();)
+            if (i.getItem().text == text)
+                return i.getItem().itemID;
+        return 0;
+    };
+    EXPECT_EQ (ticked(), juce::StringArray ({"Frame models averaged", "Off", "No limit"}))
+        << ticked().joinIntoString (", ");
+
+    for (const char* item : {"Long-term spectrum", "Loudness-matched correction",
+                             "Leave empty bands alone", "1/3 octave", "12 dB"})
+    {
+        ASSERT_GE (idOf (item), PlugInEditorHeader::productCommandBase) << item;
+        header().handleCommand (idOf (item));
+    }
+    auto& engine = processor.getEngine();
+    EXPECT_EQ (engine.getEstimator(), vesk::audio::Estimator::longTermSpectrum);
+    const auto limits = engine.getCorrectionLimits();
+    EXPECT_TRUE (limits.loudnessMatched);
+    EXPECT_TRUE (limits.spareEmptyBands);
+    EXPECT_NEAR (limits.smoothingOctaves, 1.0 / 3.0, 1e-6);
+    EXPECT_FLOAT_EQ (limits.maximumBoostDb, 12.0f);
+    EXPECT_EQ (ticked(), juce::StringArray ({"Long-term spectrum", "Loudness-matched correction",
+                                             "Leave empty bands alone", "1/3 octave", "12 dB"}))
+        << ticked().joinIntoString (", ");
+
+    juce::MemoryBlock state;
+    processor.getStateInformation (state);
+    header().handleCommand (idOf ("Loudness-matched correction")); // a tick toggles
+    header().handleCommand (idOf ("No limit"));
+    EXPECT_FALSE (engine.getCorrectionLimits().loudnessMatched);
+    EXPECT_FALSE (std::isfinite (engine.getCorrectionLimits().maximumBoostDb));
+    processor.setStateInformation (state.getData(), static_cast<int> (state.getSize()));
+    EXPECT_TRUE (engine.getCorrectionLimits().loudnessMatched);
+    EXPECT_FLOAT_EQ (engine.getCorrectionLimits().maximumBoostDb, 12.0f);
 }
 
 TEST_F (Header, AboutNamesProductMakerVersionAndFormat)
