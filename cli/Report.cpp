@@ -90,7 +90,7 @@ juce::String describeRun (juce::File const& input, JobSettings const& settings, 
                       ? "frame models"
                       : "long-term spectrum"));
     shaping.add ("threshold " + juce::String (thresholdDb, 1) + " dB");
-    shaping.add ("model " + juce::String (filterLengthMs, 1) + " ms");
+    shaping.add ("filter length " + juce::String (filterLengthMs, 1) + " ms");
     if (settings.smoothingOctaves)
         shaping.add ("smoothing " + juce::String (*settings.smoothingOctaves, 2) + " oct");
     if (settings.amountPercent != 100.0f)
