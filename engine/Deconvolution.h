@@ -316,6 +316,7 @@ private:
     std::vector<double> binLogFrequencies; // log10 of each bin's frequency, where curves are drawn
     Signal32 binWeights;
     FourierTransform designTransform;
+    FourierTransform filterTransform; // for coefficient sets longer than designTransform
     MapScale rescaleMap;
 
     // Finished responses travel from the designers to the audio thread through three slots:

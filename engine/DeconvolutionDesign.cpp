@@ -40,18 +40,26 @@ Signal32 Deconvolution::getMagnitudesFromFilterCoefficients (const Signal32& coe
     if (!hasCoefficients (coefficients))
         return Signal32 (1, bins, 1.0f);
 
-    // Longer sets than the transform are cut: only the first fftSize taps can be represented.
-    Signal32 padded (1, fftSize, 0.0f);
-    ippsCopy_32f (coefficients.getChannel (0), padded.getChannel (0),
-                  std::min (coefficients.getNumSamples(), fftSize));
-    const auto magnitudes = designTransform.forwardReal (padded).getMagnitudeSignal();
+    // A set longer than the transform (the long-term spectrum learnt at a higher rate is one
+    // transform of that rate long) gets a transform of its own length, so its tail is not cut
+    // off; beyond eight transforms (more than any rate the engine runs at) it is cut.
+    const int taps = coefficients.getNumSamples();
+    const int size =
+        std::min (std::max (fftSize, MathEx::findLargerPowerOfTwo (taps)), 8 * fftSize);
+    Signal32 padded (1, size, 0.0f);
+    ippsCopy_32f (coefficients.getChannel (0), padded.getChannel (0), std::min (taps, size));
+    auto& transform = size == fftSize ? designTransform : filterTransform;
+    const auto magnitudes = transform.forwardReal (padded).getMagnitudeSignal();
 
     // A rate that is not a rate (0, negative, NaN) cannot be mapped; the set is read as it is.
     const double rate = sampleRate;
-    if (std::fabs (rate - filterSampleRate) > 1.0 && filterSampleRate > 0.0
-        && std::isfinite (filterSampleRate))
+    const bool otherRate = std::fabs (rate - filterSampleRate) > 1.0 && filterSampleRate > 0.0
+                           && std::isfinite (filterSampleRate);
+    if (otherRate || size != fftSize)
     {
-        rescaleMap.createLinearRescaleMap (bins, bins, rate / filterSampleRate);
+        const double ratio = otherRate ? rate / filterSampleRate : 1.0;
+        rescaleMap.createLinearRescaleMap (size / 2 + 1, bins,
+                                           ratio * size / static_cast<double> (fftSize));
         return rescaleMap.apply (magnitudes);
     }
     return magnitudes;
