@@ -137,9 +137,9 @@ TEST (LongTermSpectrumEstimator, LearntSetCarriesTheSpectrumToAnotherEngine)
     same.getSourceFilter (again, againRate);
 
     // Single bins of a learnt noise spectrum scatter; a sixth of an octave of them does not.
-    const auto level = [] (Deconvolution& engine, Signal32 const& set, double rate, double f)
+    const auto level = [] (Deconvolution& engine, Signal32 const& set, double setRate, double f)
     {
-        const auto inverse = engine.getMagnitudesFromFilterCoefficients (set, rate);
+        const auto inverse = engine.getMagnitudesFromFilterCoefficients (set, setRate);
         const auto bins = engine.getBinFrequencies();
         double sum = 0.0;
         int count = 0;
