@@ -4,6 +4,7 @@
 #include "PresetLookup.h"
 #include "Profiles.h"
 
+#include <cmath>
 #include <cstdio>
 
 using vesk::audio::Deconvolution;
@@ -68,6 +69,9 @@ private:
             if (profile.model == model)
                 target = juce::String (profile.name) + " (--target " + profile.key + ")";
         std::printf ("  target:            %s\n", target.toRawUTF8());
+        for (auto const& choice : vesk::audio::estimators)
+            if (choice.estimator == engine.getEstimator())
+                std::printf ("  learning           %s (--estimator %s)\n", choice.name, choice.key);
         const auto value = [&] (int id) { return juce::String (engine.getParameterValue (id), 1); };
         std::printf ("  learning threshold %s dB\n",
                      value (Deconvolution::estimationThresholdIndex).toRawUTF8());
@@ -77,6 +81,18 @@ private:
                      value (Deconvolution::masterGainIndex).toRawUTF8());
         const bool curve =
             engine.getParameterValue (Deconvolution::enableEmphasisCurveIndex) > 0.5f;
+        const auto limits = engine.getCorrectionLimits();
+        juce::StringArray limited;
+        if (limits.loudnessMatched)
+            limited.add ("loudness kept");
+        if (limits.spareEmptyBands)
+            limited.add ("empty bands left alone");
+        if (limits.smoothingOctaves > 0.0f)
+            limited.add ("smoothed over " + juce::String (limits.smoothingOctaves, 2) + " oct");
+        if (std::isfinite (limits.maximumBoostDb))
+            limited.add ("boosts up to " + juce::String (limits.maximumBoostDb, 1) + " dB");
+        std::printf ("  correction limits  %s\n",
+                     limited.isEmpty() ? "none" : limited.joinIntoString (", ").toRawUTF8());
         std::printf ("  emphasis curve     %s\n", curve ? "on" : "off");
         for (int i = 0; curve && i < Deconvolution::numEmphasisPoints; ++i)
             if (engine.getParameterValue (Deconvolution::emphasisPointEnabledIndex + i) > 0.5f)

@@ -3,6 +3,7 @@
 #include "PresetLookup.h"
 #include "Profiles.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace
@@ -20,6 +21,9 @@ public:
         const auto presets = listPresets();
         if (presets.empty())
             std::printf ("no presets found (factory presets are installed with the tool)\n");
+        int width = 24;
+        for (auto const& preset : presets)
+            width = std::max (width, preset.name.length());
         for (auto const& preset : presets)
         {
             KelfinerAudioProcessor processor;
@@ -32,7 +36,7 @@ public:
                     if (profile.model == model)
                         target = profile.name;
             }
-            std::printf ("%-24s %-8s target %-20s %s\n", preset.name.toRawUTF8(),
+            std::printf ("%-*s %-8s target %-20s %s\n", width, preset.name.toRawUTF8(),
                          preset.factory ? "factory" : "user", target.toRawUTF8(),
                          preset.file.getFullPathName().toRawUTF8());
         }

@@ -249,6 +249,15 @@ TEST (CommandLine, FactoryPresetsAreFoundByName)
     EXPECT_EQ (info.exitCode, 0) << info.output;
     EXPECT_TRUE (info.output.contains ("Speech (--target speech)")) << info.output;
     EXPECT_TRUE (info.output.contains ("ms")) << info.output;
+    EXPECT_TRUE (info.output.contains ("Frame models averaged")) << info.output;
+    EXPECT_TRUE (info.output.contains ("correction limits  none")) << info.output;
+    // The settings beside the parameters come with a preset and are shown.
+    const auto spectrum = kelfiner ({"info", "Music balance (long-term spectrum)"});
+    EXPECT_TRUE (spectrum.output.contains ("Long-term spectrum (--estimator spectrum)"))
+        << spectrum.output;
+    EXPECT_TRUE (spectrum.output.contains ("loudness kept, empty bands left alone, smoothed over "
+                                           "0.33 oct"))
+        << spectrum.output;
 
     const Folder files;
     writeWav (files ("in.wav"), colouredNoise ({}, 48000, 1, 5), 48000, 16);

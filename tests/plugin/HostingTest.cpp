@@ -227,7 +227,7 @@ TEST (LV2BundleFiles, ListPresetsAndTheMaker)
     const auto manifest = bundle.getChildFile ("manifest.ttl").loadFileAsString();
     const auto presets =
         bundle.getChildFile ("Presets").findChildFiles (juce::File::findFiles, false, "*.xml");
-    EXPECT_EQ (presets.size(), 5);
+    EXPECT_EQ (presets.size(), 6);
     // The editor's "Help..." opens this page (the VST3 bundle keeps it under Contents/Resources).
     EXPECT_TRUE (bundle.getChildFile ("Kelfiner_en/kelfiner.html").existsAsFile());
     EXPECT_TRUE (juce::File (KELFINER_VST3_PATH)
