@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 
 namespace
 {
@@ -179,11 +180,16 @@ TEST_P (LoadedBundle, ParametersAutomationAudioAndStateRoundTrip)
     second->releaseResources();
 }
 
-// Holding a learnt correction, the plug-in's audio thread allocates nothing. Checked through the
-// LV2 build: JUCE's VST3 wrapper allocates a little on every call by itself, and its LV2 wrapper
-// whenever the block length changes (so the blocks here keep one length; the processor's own
-// test covers changing lengths).
-TEST (LoadedLV2Bundle, LearningAndAutomationAllocateNothingOnTheAudioThread)
+// Learning, the plug-in's audio thread allocates nothing, with either estimator (the long-term
+// spectrum through its factory preset, as a host selects it). Checked through the LV2 build:
+// JUCE's VST3 wrapper allocates a little on every call by itself, and its LV2 wrapper whenever
+// the block length changes (so the blocks here keep one length; the processor's own test covers
+// changing lengths).
+class LearningThroughLV2 : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P (LearningThroughLV2, AndAutomationAllocateNothingOnTheAudioThread)
 {
     if (!vesk::test::AllocationGuard::isCounting())
         GTEST_SKIP() << "allocations are not counted under a sanitizer";
@@ -191,6 +197,22 @@ TEST (LoadedLV2Bundle, LearningAndAutomationAllocateNothingOnTheAudioThread)
     auto plugin = load (format, identifierFor (format, KELFINER_LV2_PATH));
     ASSERT_NE (plugin, nullptr);
     ASSERT_NE (parameterNamed (*plugin, "EstimationMode"), nullptr);
+    const juce::String preset = GetParam();
+    int program = -1;
+    for (int i = 0; i < plugin->getNumPrograms(); ++i)
+        if (plugin->getProgramName (i) == preset)
+            program = i;
+    ASSERT_GE (program, 0) << preset;
+    plugin->setCurrentProgram (program);
+    // The host's saved state carries the plug-in's own, in JUCE's base-64, where the estimator
+    // can be read.
+    juce::MemoryBlock saved, own;
+    plugin->getStateInformation (saved);
+    own.fromBase64Encoding (saved.toString()
+                                .fromFirstOccurrenceOf (":StateString> \"", false, false)
+                                .upToFirstOccurrenceOf ("\"", false, false));
+    const std::string bytes (static_cast<const char*> (own.getData()), own.getSize());
+    EXPECT_EQ (bytes.find ("estimator=\"spectrum\"") != std::string::npos, preset != "Reset");
     plugin->prepareToPlay (48000.0, 512);
     run (*plugin, {512}, 96000);
     auto* gain = parameterNamed (*plugin, "MasterGain");
@@ -218,6 +240,9 @@ TEST (LoadedLV2Bundle, LearningAndAutomationAllocateNothingOnTheAudioThread)
     }
     EXPECT_EQ (allocations, 0u) << "while learning, with automation";
 }
+
+INSTANTIATE_TEST_SUITE_P (Presets, LearningThroughLV2,
+                          testing::Values ("Reset", "Music balance (long-term spectrum)"));
 
 // What an LV2 host reads before it loads anything: every factory preset, and a maker whose
 // e-mail is an address, not a path inside the bundle.
