@@ -6,6 +6,7 @@ packages=(
     build-essential cmake pkg-config ccache clang-format clang llvm libclang-rt-14-dev
     libfftw3-dev libgtest-dev libbenchmark-dev
     juce-modules-source libflac-dev libvorbis-dev libogg-dev libebur128-dev libsodium-dev libcli11-dev
+    libmpg123-dev
     xvfb xauth fonts-dejavu-core fonts-font-awesome
     lame # only the tests use it: an MP3 input made on the spot
 )
