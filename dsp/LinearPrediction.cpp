@@ -97,13 +97,6 @@ bool LinearPrediction::lpa (const float* x, int n, double* a, int order)
     return levinson (r, a, order);
 }
 
-void LinearPrediction::computeAutocorrelation (const float* x, int n, double* r, int lags)
-{
-    autocorrelation.assign (static_cast<std::size_t> (lags), 0.0);
-    autocorrelate (x, n, lags);
-    std::copy (autocorrelation.begin(), autocorrelation.end(), r);
-}
-
 namespace
 {
 // One step of the recursion in a single pass: each pair (j, i + 1 - j) is updated together

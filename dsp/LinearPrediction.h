@@ -23,9 +23,6 @@ public:
     /** a[0 ... order] of n samples into a; false when the recursion becomes unstable.
         Allocates only for frames or orders beyond those prepared. */
     bool lpa (const float* x, int n, double* a, int order);
-    /** The autocorrelation the models are made from: r[0 ... lags - 1] of n samples (lags
-        beyond n are 0). Allocates only beyond what prepare() made. */
-    void computeAutocorrelation (const float* x, int n, double* r, int lags);
     /** The recursion alone: a[0 ... order] from r[0 ... order + 1]; false when it becomes
         unstable. Any thread. */
     static bool levinson (const double* r, double* a, int order);
