@@ -69,22 +69,24 @@ void KelfinerAudioProcessorEditor::correctionCommand (int command)
     const auto limits = engine.getCorrectionLimits();
     const auto index = [command] (int base) { return static_cast<std::size_t> (command - base); };
     if (command >= estimatorBase && index (estimatorBase) < vesk::audio::estimators.size())
-        processor.setProductSetting ("estimator",
+        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::estimator,
                                      vesk::audio::estimators[index (estimatorBase)].key);
     else if (command == loudnessItem)
-        processor.setProductSetting ("loudnessMatched", limits.loudnessMatched ? 0 : 1);
+        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::loudnessMatched,
+                                     limits.loudnessMatched ? 0 : 1);
     else if (command == emptyBandsItem)
-        processor.setProductSetting ("spareEmptyBands", limits.spareEmptyBands ? 0 : 1);
+        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::spareEmptyBands,
+                                     limits.spareEmptyBands ? 0 : 1);
     else if (command >= smoothingBase && index (smoothingBase) < std::size (smoothingChoices))
     {
         const double octaves = smoothingChoices[index (smoothingBase)].value;
-        processor.setProductSetting ("smoothingOctaves",
+        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::smoothingOctaves,
                                      octaves > 0.0 ? juce::var (octaves) : juce::var());
     }
     else if (command >= boostBase && index (boostBase) < std::size (boostChoices))
     {
         const double decibels = boostChoices[index (boostBase)].value;
-        processor.setProductSetting ("maximumBoost",
+        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::maximumBoost,
                                      decibels > 0.0 ? juce::var (decibels) : juce::var());
     }
 }

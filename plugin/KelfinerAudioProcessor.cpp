@@ -138,14 +138,16 @@ std::unique_ptr<juce::XmlElement> KelfinerAudioProcessor::productSettings() cons
     auto settings = std::make_unique<juce::XmlElement> ("ProductSettings");
     for (auto const& choice : vesk::audio::estimators)
         if (choice.estimator == deconvolution->getEstimator())
-            settings->setAttribute ("estimator", choice.key);
+            settings->setAttribute (SettingNames::estimator, choice.key);
     const auto limits = deconvolution->getCorrectionLimits();
-    settings->setAttribute ("loudnessMatched", limits.loudnessMatched ? 1 : 0);
-    settings->setAttribute ("spareEmptyBands", limits.spareEmptyBands ? 1 : 0);
+    settings->setAttribute (SettingNames::loudnessMatched, limits.loudnessMatched ? 1 : 0);
+    settings->setAttribute (SettingNames::spareEmptyBands, limits.spareEmptyBands ? 1 : 0);
     if (std::isfinite (limits.maximumBoostDb))
-        settings->setAttribute ("maximumBoost", static_cast<double> (limits.maximumBoostDb));
+        settings->setAttribute (SettingNames::maximumBoost,
+                                static_cast<double> (limits.maximumBoostDb));
     if (limits.smoothingOctaves > 0.0f)
-        settings->setAttribute ("smoothingOctaves", static_cast<double> (limits.smoothingOctaves));
+        settings->setAttribute (SettingNames::smoothingOctaves,
+                                static_cast<double> (limits.smoothingOctaves));
     return settings;
 }
 
@@ -155,21 +157,21 @@ void KelfinerAudioProcessor::applyProductSettings (const juce::XmlElement* setti
     auto estimator = vesk::audio::Estimator::frameModels;
     if (settings != nullptr)
         for (auto const& choice : vesk::audio::estimators)
-            if (settings->getStringAttribute ("estimator") == choice.key)
+            if (settings->getStringAttribute (SettingNames::estimator) == choice.key)
                 estimator = choice.estimator;
     deconvolution->setEstimator (estimator);
 
     Deconvolution::CorrectionLimits limits;
     if (settings != nullptr)
     {
-        limits.loudnessMatched = settings->getIntAttribute ("loudnessMatched", 0) != 0;
-        limits.spareEmptyBands = settings->getIntAttribute ("spareEmptyBands", 0) != 0;
+        limits.loudnessMatched = settings->getIntAttribute (SettingNames::loudnessMatched, 0) != 0;
+        limits.spareEmptyBands = settings->getIntAttribute (SettingNames::spareEmptyBands, 0) != 0;
         // Checked like every value from outside: 0 .. 48 dB, anything else means no limit.
-        const auto boost = settings->getDoubleAttribute ("maximumBoost", -1.0);
+        const auto boost = settings->getDoubleAttribute (SettingNames::maximumBoost, -1.0);
         if (boost >= 0.0 && boost <= maximumBoostLimitDb)
             limits.maximumBoostDb = static_cast<float> (boost);
         // 0 .. 2 octaves; anything else means no smoothing.
-        const auto smoothing = settings->getDoubleAttribute ("smoothingOctaves", 0.0);
+        const auto smoothing = settings->getDoubleAttribute (SettingNames::smoothingOctaves, 0.0);
         if (smoothing > 0.0 && smoothing <= 2.0)
             limits.smoothingOctaves = static_cast<float> (smoothing);
     }

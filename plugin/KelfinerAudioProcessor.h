@@ -79,6 +79,13 @@ public:
         presets and the editor all come this way); missing ones take the values states had
         before they existed. Message thread. */
     void applyProductSettings (const juce::XmlElement* settings);
+    /** The attributes of those settings, as states, presets and the editor name them. */
+    struct SettingNames
+    {
+        static inline const juce::Identifier estimator{"estimator"},
+            loudnessMatched{"loudnessMatched"}, spareEmptyBands{"spareEmptyBands"},
+            maximumBoost{"maximumBoost"}, smoothingOctaves{"smoothingOctaves"};
+    };
     /** Changes one of those settings as the editor does (a void value removes it: no limit, no
         smoothing) and tells the host that the state changed. Message thread. */
     void setProductSetting (const juce::Identifier& name, const juce::var& value);
