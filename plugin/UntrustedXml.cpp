@@ -1,7 +1,9 @@
 #include "UntrustedXml.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <string>
 
 namespace
 {
@@ -83,6 +85,38 @@ bool hasInnerProcessingInstruction (const char* text, std::size_t size)
             return true;
     return false;
 }
+
+/** True when every '&' starts one of the five named references or a numeric one of a valid
+    code point, and no document type is declared. JUCE's reader steps past the end of its buffer
+    on an unterminated "&#x", and a declared entity is expanded from the document type (which
+    may name a file to read); what our writers produce never needs either. */
+bool referencesAreWellFormed (const char* text, std::size_t size)
+{
+    const auto isHex = [] (char c) { return std::isxdigit (static_cast<unsigned char> (c)) != 0; };
+    const auto isDigit = [] (char c) { return std::isdigit (static_cast<unsigned char> (c)) != 0; };
+    for (std::size_t i = 0; i < size; ++i)
+    {
+        if (text[i] == '<' && i + 9 <= size && std::strncmp (text + i, "<!DOCTYPE", 9) == 0)
+            return false;
+        if (text[i] != '&')
+            continue;
+        const auto semicolon = static_cast<const char*> (std::memchr (text + i, ';', size - i));
+        if (semicolon == nullptr)
+            return false;
+        const std::string name (text + i + 1, semicolon);
+        if (name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos")
+            continue;
+        const bool hex = name.size() > 2 && name[0] == '#' && (name[1] == 'x' || name[1] == 'X');
+        const auto digits = name.substr (hex ? 2 : 1);
+        if (name.empty() || name[0] != '#' || digits.empty() || digits.size() > 8
+            || !std::all_of (digits.begin(), digits.end(), hex ? isHex : isDigit))
+            return false;
+        const auto code = std::stoul (digits, nullptr, hex ? 16 : 10);
+        if (code == 0 || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
+            return false;
+    }
+    return true;
+}
 } // namespace
 
 std::unique_ptr<juce::XmlElement> parseUntrustedXml (const void* data, std::size_t size)
@@ -94,7 +128,7 @@ std::unique_ptr<juce::XmlElement> parseUntrustedXml (const void* data, std::size
         || !juce::CharPointer_UTF8::isValidString (text, static_cast<int> (size)))
         return nullptr;
     if (nestingDepth (text, size) > untrustedXml::maximumDepth
-        || hasInnerProcessingInstruction (text, size))
+        || hasInnerProcessingInstruction (text, size) || !referencesAreWellFormed (text, size))
         return nullptr;
     return juce::parseXML (juce::String::fromUTF8 (text, static_cast<int> (size)));
 }

@@ -406,6 +406,17 @@ TEST (UntrustedXml, DepthSizeAndEncodingAreCheckedFirst)
     EXPECT_EQ (parse ("<a><?x?>8</a>"), nullptr);
     EXPECT_NE (parse ("  <?xml version=\"1.0\"?>\n<a>8</a>"), nullptr);
     EXPECT_EQ (parse (std::string ("<a>\0</a>", 8)), nullptr);
+    // An unterminated "&#x" sent the reader past its buffer (found by fuzzing); the references
+    // JUCE's writer produces still read back.
+    EXPECT_EQ (parse ("<a>B&#x"), nullptr);
+    EXPECT_EQ (parse ("<a>&#x;</a>"), nullptr);
+    EXPECT_EQ (parse ("<a>&#0;</a>"), nullptr);
+    EXPECT_EQ (parse ("<a>&e;</a>"), nullptr);
+    EXPECT_EQ (parse ("<!DOCTYPE a [<!ENTITY e \"x\">]><a/>"), nullptr);
+    const auto escaped = parse ("<a n=\"&quot;&amp;&apos;\">&lt;&gt;&#x9;&#65;</a>");
+    ASSERT_NE (escaped, nullptr);
+    EXPECT_EQ (escaped->getStringAttribute ("n"), "\"&'");
+    EXPECT_EQ (escaped->getAllSubText(), "<>\tA");
     EXPECT_EQ (parse ("<a>" + std::string (untrustedXml::maximumBytes, ' ') + "</a>"), nullptr);
 
     // The plug-in's preset entrance refuses such files and keeps its settings.
