@@ -100,15 +100,19 @@ bool referencesAreWellFormed (const char* text, std::size_t size)
             return false;
         if (text[i] != '&')
             continue;
-        const auto semicolon = static_cast<const char*> (std::memchr (text + i, ';', size - i));
+        // The longest reference we accept, "&#1114111;", is ten bytes long.
+        const auto semicolon = static_cast<const char*> (
+            std::memchr (text + i, ';', std::min<std::size_t> (size - i, 10)));
         if (semicolon == nullptr)
             return false;
         const std::string name (text + i + 1, semicolon);
         if (name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos")
             continue;
-        const bool hex = name.size() > 2 && name[0] == '#' && (name[1] == 'x' || name[1] == 'X');
+        if (name.size() < 2 || name[0] != '#')
+            return false;
+        const bool hex = name[1] == 'x' || name[1] == 'X';
         const auto digits = name.substr (hex ? 2 : 1);
-        if (name.empty() || name[0] != '#' || digits.empty() || digits.size() > 8
+        if (digits.empty() || digits.size() > 8
             || !std::all_of (digits.begin(), digits.end(), hex ? isHex : isDigit))
             return false;
         const auto code = std::stoul (digits, nullptr, hex ? 16 : 10);

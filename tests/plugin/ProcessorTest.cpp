@@ -412,6 +412,10 @@ TEST (UntrustedXml, DepthSizeAndEncodingAreCheckedFirst)
     EXPECT_EQ (parse ("<a>&#x;</a>"), nullptr);
     EXPECT_EQ (parse ("<a>&#0;</a>"), nullptr);
     EXPECT_EQ (parse ("<a>&e;</a>"), nullptr);
+    EXPECT_EQ (parse ("<xa&;=>"), nullptr);
+    EXPECT_EQ (parse ("<a>&#;</a>"), nullptr);
+    EXPECT_NE (parse ("<a>&#1114111;&#x10FFFF;</a>"), nullptr);
+    EXPECT_EQ (parse ("<a>&#x110000;</a>"), nullptr);
     EXPECT_EQ (parse ("<!DOCTYPE a [<!ENTITY e \"x\">]><a/>"), nullptr);
     const auto escaped = parse ("<a n=\"&quot;&amp;&apos;\">&lt;&gt;&#x9;&#65;</a>");
     ASSERT_NE (escaped, nullptr);
