@@ -1,6 +1,7 @@
 #include "AudioInput.h"
 #include "Mp3Format.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -25,38 +26,69 @@ juce::int64 mostSamplesIn (juce::AudioFormatReader const& reader, juce::int64 by
     return bytes * 4096;
 }
 
-/** The channel count a RIFF/RF64 WAVE file's format chunk claims, 0 for anything else. Read
-    before JUCE sees the file: for an extensible format claiming hundreds of channels its WAV
-    reader names them past the end of its channel types while it constructs (undefined
-    behaviour), before any check of ours could refuse the count. Leaves the stream at its start. */
-int wavChannelsClaimed (juce::InputStream& stream)
+/** What a WAV or AIFF header claims, read before JUCE sees the file. Its readers trust two
+    claims they should not: for an extensible WAV format claiming hundreds of channels the reader
+    names them past the end of its channel types while it constructs (undefined behaviour), and
+    a metadata chunk's size is allocated as claimed (a 3 GB "bext" chunk in a file of a few
+    hundred bytes). */
+struct HeaderClaims
 {
+    int channels = 0;            ///< from a WAV format chunk; 0 when there is none
+    juce::String oversizedChunk; ///< the first chunk claiming more than the file holds
+    juce::int64 oversizedBytes = 0;
+};
+
+/** Walks the chunks of a RIFF/RF64 WAVE or FORM AIFF/AIFC file of `bytes` bytes. Sound data
+    ("data", "SSND") may claim more than is there: a file cut short is refused later, by its
+    length in samples. Leaves the stream at its start. */
+HeaderClaims readHeaderClaims (juce::InputStream& stream, juce::int64 bytes)
+{
+    HeaderClaims claims;
     const auto start = stream.getPosition();
-    int channels = 0;
     char id[4] = {};
     const auto readId = [&] { return stream.read (id, 4) == 4; };
-    if (readId() && (std::memcmp (id, "RIFF", 4) == 0 || std::memcmp (id, "RF64", 4) == 0))
+    const auto is = [&] (const char* name) { return std::memcmp (id, name, 4) == 0; };
+    bool bigEndian = false, known = false;
+    if (readId() && (is ("RIFF") || is ("RF64") || is ("FORM")))
     {
+        bigEndian = is ("FORM");
         stream.readInt(); // the file's size
-        // A format chunk comes before the audio; a few chunks in, no file of ours is still
-        // looking for it.
-        if (readId() && std::memcmp (id, "WAVE", 4) == 0)
-            for (int chunk = 0; chunk < 64 && readId(); ++chunk)
-            {
-                const auto size = static_cast<juce::uint32> (stream.readInt());
-                if (std::memcmp (id, "fmt ", 4) == 0)
-                {
-                    stream.readShort(); // the format tag
-                    channels = static_cast<juce::uint16> (stream.readShort());
-                    break;
-                }
-                if (std::memcmp (id, "data", 4) == 0
-                    || !stream.setPosition (stream.getPosition() + size + (size & 1u)))
-                    break;
-            }
+        known = readId() && (is ("WAVE") || is ("AIFF") || is ("AIFC"));
+    }
+    // Every chunk moves on by at least its eight header bytes, and no file of ours has
+    // thousands.
+    // A chunk's name is four printable characters; anything else is padding or junk after the
+    // last chunk, which readers pass over.
+    const auto named = [&]
+    { return std::all_of (id, id + 4, [] (char c) { return c >= 0x20 && c <= 0x7e; }); };
+    for (int chunk = 0; known && chunk < 4096 && readId() && named(); ++chunk)
+    {
+        const auto size =
+            static_cast<juce::uint32> (bigEndian ? stream.readIntBigEndian() : stream.readInt());
+        const auto left = bytes - stream.getPosition();
+        if (is ("data") || is ("SSND"))
+        {
+            if (size > left)
+                break; // nothing after it can be reached
+        }
+        else if (size > left)
+        {
+            claims.oversizedChunk = juce::String (id, 4).trimEnd();
+            claims.oversizedBytes = size;
+            break;
+        }
+        if (!bigEndian && is ("fmt ") && claims.channels == 0 && size >= 4)
+        {
+            const auto chunkStart = stream.getPosition();
+            stream.readShort(); // the format tag
+            claims.channels = static_cast<juce::uint16> (stream.readShort());
+            stream.setPosition (chunkStart);
+        }
+        if (!stream.setPosition (stream.getPosition() + size + (size & 1u)))
+            break;
     }
     stream.setPosition (start);
-    return channels;
+    return claims;
 }
 } // namespace
 
@@ -77,10 +109,17 @@ std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::Input
                                                      juce::int64 bytes, juce::String const& name,
                                                      juce::String& error)
 {
-    if (const int claimed = wavChannelsClaimed (*stream);
-        claimed > static_cast<int> (maximumChannels))
+    const auto claims = readHeaderClaims (*stream, bytes);
+    if (claims.channels > static_cast<int> (maximumChannels))
     {
-        error = "unsupported channel count (" + juce::String (claimed) + "): " + name;
+        error = "unsupported channel count (" + juce::String (claims.channels) + "): " + name;
+        return nullptr;
+    }
+    if (claims.oversizedChunk.isNotEmpty())
+    {
+        error = "the header of " + name + " claims a " + juce::String (claims.oversizedBytes)
+                + "-byte \"" + claims.oversizedChunk + "\" chunk, but the file holds "
+                + juce::String (bytes) + " bytes (cut short or damaged)";
         return nullptr;
     }
     juce::AudioFormatManager formats;

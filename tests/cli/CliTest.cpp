@@ -437,6 +437,19 @@ TEST (KelfinerTool, LyingHeadersAndNonFiniteSamples)
     EXPECT_TRUE (lie.output.contains ("claims")) << lie.output;
     EXPECT_FALSE (files ("liar-out.wav").exists());
 
+    // A metadata chunk claiming 3 GB in a file of a few hundred bytes: JUCE's reader would
+    // allocate what it claims (found by fuzzing).
+    {
+        juce::MemoryBlock data;
+        files ("short.wav").loadFileAsData (data);
+        const char chunk[] = {'b', 'e', 'x', 't', 0, 0, 0, static_cast<char> (0xBE)};
+        data.insert (chunk, sizeof (chunk), 12);
+        files ("bext.wav").replaceWithData (data.getData(), data.getSize());
+    }
+    const auto bext = kelfiner ({"analyse", files ("bext.wav").getFullPathName()});
+    EXPECT_EQ (bext.exitCode, 1) << bext.output;
+    EXPECT_TRUE (bext.output.contains ("\"bext\" chunk")) << bext.output;
+
     auto poisoned = colouredNoise ({}, 48000, 2, 4);
     for (int n = 0; n < poisoned.getNumSamples(); n += 1000)
         poisoned[n % 2][n] = n % 3000 ? std::nanf ("") : INFINITY;
