@@ -38,9 +38,8 @@ struct HeaderClaims
     juce::int64 oversizedBytes = 0;
 };
 
-/** Walks the chunks of a RIFF/RF64 WAVE or FORM AIFF/AIFC file of `bytes` bytes. Sound data
-    ("data", "SSND") may claim more than is there: a file cut short is refused later, by its
-    length in samples. Leaves the stream at its start. */
+/** Walks the chunks of a RIFF/RF64 WAVE or FORM AIFF/AIFC file of `bytes` bytes as JUCE's
+    readers will. Leaves the stream at its start. */
 HeaderClaims readHeaderClaims (juce::InputStream& stream, juce::int64 bytes)
 {
     HeaderClaims claims;
@@ -48,43 +47,52 @@ HeaderClaims readHeaderClaims (juce::InputStream& stream, juce::int64 bytes)
     char id[4] = {};
     const auto readId = [&] { return stream.read (id, 4) == 4; };
     const auto is = [&] (const char* name) { return std::memcmp (id, name, 4) == 0; };
-    bool bigEndian = false, known = false;
-    if (readId() && (is ("RIFF") || is ("RF64") || is ("FORM")))
+    if (!readId() || !(is ("RIFF") || is ("RF64") || is ("FORM")))
     {
-        bigEndian = is ("FORM");
-        stream.readInt(); // the file's size
-        known = readId() && (is ("WAVE") || is ("AIFF") || is ("AIFC"));
+        stream.setPosition (start);
+        return claims;
     }
-    // Every chunk moves on by at least its eight header bytes, and no file of ours has
-    // thousands.
-    // A chunk's name is four printable characters; anything else is padding or junk after the
-    // last chunk, which readers pass over.
+    // The walk follows the readers': to the end the container claims (RF64 claims none),
+    // chunks padded to even sizes in WAV only.
+    const bool wav = !is ("FORM");
+    const bool sized = !is ("RF64");
+    const auto containerSize =
+        static_cast<juce::uint32> (wav ? stream.readInt() : stream.readIntBigEndian());
+    const auto end =
+        sized ? std::min<juce::int64> (bytes, 8 + static_cast<juce::int64> (containerSize)) : bytes;
+    if (!readId() || !(is ("WAVE") || is ("AIFF") || is ("AIFC")))
+    {
+        stream.setPosition (start);
+        return claims;
+    }
     const auto named = [&]
     { return std::all_of (id, id + 4, [] (char c) { return c >= 0x20 && c <= 0x7e; }); };
-    for (int chunk = 0; known && chunk < 4096 && readId() && named(); ++chunk)
+    // Every chunk moves on by at least its eight header bytes.
+    while (stream.getPosition() < end && readId())
     {
         const auto size =
-            static_cast<juce::uint32> (bigEndian ? stream.readIntBigEndian() : stream.readInt());
-        const auto left = bytes - stream.getPosition();
-        if (is ("data") || is ("SSND"))
+            static_cast<juce::uint32> (wav ? stream.readInt() : stream.readIntBigEndian());
+        if (size > bytes - stream.getPosition())
         {
-            if (size > left)
-                break; // nothing after it can be reached
-        }
-        else if (size > left)
-        {
-            claims.oversizedChunk = juce::String (id, 4).trimEnd();
-            claims.oversizedBytes = size;
+            // Sound data may run past the end of a file cut short (refused later, by its
+            // length in samples), and a nameless chunk is junk the readers step over to the
+            // end; a metadata chunk would be allocated at the size it claims.
+            if (named() && !is ("data") && !is ("SSND"))
+            {
+                claims.oversizedChunk = juce::String (id, 4).trimEnd();
+                claims.oversizedBytes = size;
+            }
             break;
         }
-        if (!bigEndian && is ("fmt ") && claims.channels == 0 && size >= 4)
+        if (wav && is ("fmt ") && size >= 4)
         {
             const auto chunkStart = stream.getPosition();
             stream.readShort(); // the format tag
-            claims.channels = static_cast<juce::uint16> (stream.readShort());
+            claims.channels =
+                std::max<int> (claims.channels, static_cast<juce::uint16> (stream.readShort()));
             stream.setPosition (chunkStart);
         }
-        if (!stream.setPosition (stream.getPosition() + size + (size & 1u)))
+        if (!stream.setPosition (stream.getPosition() + size + (wav ? (size & 1u) : 0u)))
             break;
     }
     stream.setPosition (start);
