@@ -69,7 +69,7 @@ for target in StateFuzzer PresetFuzzer FilterFileFuzzer AudioFileFuzzer LicenceF
     rm -r "$found"
 done
 if [ ${#failed[@]} -gt 0 ]; then
-    echo "fuzzing found faults in: ${failed[*]} (inputs in $sanitize_dir/crash-*)" >&2
+    echo "fuzzing found faults in: ${failed[*]} (inputs in $sanitize_dir/crash-*, oom-*, timeout-*)" >&2
     exit 1
 fi
 
