@@ -64,7 +64,7 @@ for target in StateFuzzer PresetFuzzer FilterFileFuzzer AudioFileFuzzer LicenceF
         grep -m 1 -A 24 -E "ERROR|WARNING:|runtime error|deadly signal|timeout" "$sanitize_dir/$target.log" || true
         grep -E "^(SUMMARY|Base64|artifact_prefix)" "$sanitize_dir/$target.log" || tail -n 20 "$sanitize_dir/$target.log"
     else
-        tail -n 6 "$sanitize_dir/$target.log"
+        grep -E "^Done" "$sanitize_dir/$target.log" || tail -n 6 "$sanitize_dir/$target.log"
     fi
     rm -r "$found"
 done
