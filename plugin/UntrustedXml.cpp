@@ -112,8 +112,7 @@ bool referencesAreWellFormed (const char* text, std::size_t size)
             return false;
         const bool hex = name[1] == 'x' || name[1] == 'X';
         const auto digits = name.substr (hex ? 2 : 1);
-        if (digits.empty() || digits.size() > 8
-            || !std::all_of (digits.begin(), digits.end(), hex ? isHex : isDigit))
+        if (digits.empty() || !std::all_of (digits.begin(), digits.end(), hex ? isHex : isDigit))
             return false;
         const auto code = std::stoul (digits, nullptr, hex ? 16 : 10);
         if (code == 0 || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
