@@ -10,28 +10,6 @@ namespace vesk::audio
 {
 namespace
 {
-complex32* allocateBins (int bins)
-{
-    auto* p =
-        static_cast<complex32*> (ippMalloc (sizeof (complex32) * static_cast<std::size_t> (bins)));
-    if (p == nullptr)
-        throw std::bad_alloc();
-    ippsZero_32f (reinterpret_cast<float*> (p), 2 * bins);
-    return p;
-}
-
-void freeAll (std::vector<complex32*>& blocks)
-{
-    for (auto* p : blocks)
-        ippFree (p);
-    blocks.clear();
-}
-
-int responseChannel (Signal32 const& ir, int inputChannel)
-{
-    return std::min (inputChannel, std::max (ir.getNumChannels() - 1, 0));
-}
-
 int maxLength (std::vector<Signal32> const& irs)
 {
     int length = 0;
@@ -40,204 +18,6 @@ int maxLength (std::vector<Signal32> const& irs)
     return length;
 }
 } // namespace
-
-//==============================================================================
-FirFilter::IppFirFilter::~IppFirFilter() { release(); }
-
-void FirFilter::IppFirFilter::release()
-{
-    for (auto& perResponse : states)
-        for (auto* state : perResponse)
-            ippsFIRFree_32f (state);
-    states.clear();
-    tapCounts.clear();
-}
-
-void FirFilter::IppFirFilter::setFilter (std::vector<Signal32> const& taps, int channelCount)
-{
-    if (states.size() != taps.size()
-        || (!states.empty() && static_cast<int> (states[0].size()) != channelCount))
-    {
-        release();
-        states.resize (taps.size());
-        tapCounts.assign (taps.size(), 0);
-    }
-    const float silence = 0.0f;
-    for (std::size_t r = 0; r < taps.size(); ++r)
-    {
-        const bool hasTaps = taps[r].getNumSamples() > 0 && taps[r].getNumChannels() > 0;
-        const int count = hasTaps ? taps[r].getNumSamples() : 1;
-        if (tapCounts[r] != count)
-        {
-            for (auto* state : states[r])
-                ippsFIRFree_32f (state);
-            states[r].assign (static_cast<std::size_t> (channelCount), nullptr);
-            for (auto& state : states[r])
-                ippsFIRInitAlloc_32f (&state, nullptr, count, nullptr);
-            tapCounts[r] = count;
-        }
-        for (int c = 0; c < channelCount; ++c)
-            ippsFIRSetTaps_32f (hasTaps ? taps[r].getChannel (responseChannel (taps[r], c))
-                                        : &silence,
-                                states[r][static_cast<std::size_t> (c)]);
-    }
-    delayScratch.assign (static_cast<std::size_t> (headLength), 0.0f);
-}
-
-void FirFilter::IppFirFilter::setDelayLine (Signal32 const& recent)
-{
-    const int available = recent.getNumSamples();
-    for (std::size_t r = 0; r < states.size(); ++r)
-    {
-        const int needed = tapCounts[r] - 1;
-        const int copied = std::min (needed, available);
-        for (std::size_t c = 0; c < states[r].size(); ++c)
-        {
-            std::fill (delayScratch.begin(), delayScratch.end(), 0.0f);
-            if (static_cast<int> (c) < recent.getNumChannels())
-                ippsCopy_32f (recent.getChannel (static_cast<int> (c)) + available - copied,
-                              delayScratch.data() + needed - copied, copied);
-            ippsFIRSetDlyLine_32f (states[r][c], delayScratch.data());
-        }
-    }
-}
-
-bool FirFilter::IppFirFilter::replaceTaps (Signal32 const& taps) noexcept
-{
-    if (states.empty() || taps.getNumSamples() != tapCounts[0] || taps.getNumChannels() <= 0)
-        return false;
-    for (std::size_t c = 0; c < states[0].size(); ++c)
-        ippsFIRSetTaps_32f (taps.getChannel (responseChannel (taps, static_cast<int> (c))),
-                            states[0][c]);
-    return true;
-}
-
-void FirFilter::IppFirFilter::reset()
-{
-    for (auto& perResponse : states)
-        for (auto* state : perResponse)
-            ippsFIRSetDlyLine_32f (state, nullptr);
-}
-
-void FirFilter::IppFirFilter::process (Signal32 const& in, std::vector<Signal32>& outs)
-{
-    for (std::size_t r = 0; r < states.size(); ++r)
-        for (int c = 0; c < in.getNumChannels(); ++c)
-            ippsFIR_32f (in.getChannel (c), outs[r].getChannel (c), in.getNumSamples(),
-                         states[r][static_cast<std::size_t> (c)]);
-}
-
-//==============================================================================
-FirFilter::Partition::Partition (int inputChannelCount, int responseCount, int start,
-                                 int partitionSize)
-    : inputChannels (inputChannelCount), responses (responseCount),
-      transformLength (2 * partitionSize), startOffset (start), size (partitionSize),
-      segmentLength (start == 0 ? partitionSize : frameLength),
-      numSegments (start == 0 ? 1 : (partitionSize + frameLength - 1) / frameLength)
-{
-    ippsFFTInitAlloc_R_32f (&spec, MathEx::log2 (2 * segmentLength), IPP_FFT_NODIV_BY_ANY,
-                            ippAlgHintFast);
-    int bytes = 0;
-    ippsFFTGetBufSize_R_32f (spec, &bytes);
-    work = ippsMalloc_8u (bytes);
-    spectra.reserve (static_cast<std::size_t> (responses * inputChannels * numSegments));
-    for (int i = 0; i < responses * inputChannels * numSegments; ++i)
-        spectra.push_back (allocateBins (segmentLength + 1));
-    scratch = Signal32 (1, 2 * segmentLength, 0.0f);
-    if (startOffset == 0)
-    {
-        frame = Signal32 (inputChannels, 2 * segmentLength, 0.0f);
-        spectrumScratch = ComplexSignal32 (2, segmentLength + 1);
-    }
-}
-
-FirFilter::Partition::~Partition()
-{
-    freeAll (spectra);
-    ippsFFTFree_R_32f (spec);
-    ippsFree (work);
-}
-
-const complex32* FirFilter::Partition::getSpectrum (int response, int channel,
-                                                    int segment) const noexcept
-{
-    return spectra[static_cast<std::size_t> ((response * inputChannels + channel) * numSegments
-                                             + segment)];
-}
-
-void FirFilter::Partition::setImpulseResponses (std::vector<Signal32> const& irs)
-{
-    transformResponses (irs, spectra, work, scratch.getChannel (0));
-}
-
-int FirFilter::Partition::getWorkBytes() const noexcept
-{
-    int bytes = 0;
-    ippsFFTGetBufSize_R_32f (spec, &bytes);
-    return bytes;
-}
-
-void FirFilter::Partition::transformResponses (std::vector<Signal32> const& irs,
-                                               std::vector<complex32*>& target,
-                                               std::uint8_t* fftWork, float* block) const
-{
-    const auto count = static_cast<std::size_t> (responses * inputChannels * numSegments);
-    if (target.size() != count)
-    {
-        freeAll (target);
-        target.reserve (count);
-        for (std::size_t i = 0; i < count; ++i)
-            target.push_back (allocateBins (segmentLength + 1));
-    }
-    // The inverse transforms are unscaled; the 1/N is folded into the stored spectra.
-    const float scale = 1.0f / static_cast<float> (2 * segmentLength);
-    for (int r = 0; r < responses; ++r)
-    {
-        Signal32 const& ir = irs[static_cast<std::size_t> (r)];
-        for (int c = 0; c < inputChannels; ++c)
-        {
-            for (int s = 0; s < numSegments; ++s)
-            {
-                ippsZero_32f (block, 2 * segmentLength);
-                const int first = startOffset + s * segmentLength;
-                const int last =
-                    std::min ({first + segmentLength, startOffset + size, ir.getNumSamples()});
-                if (last > first && ir.getNumChannels() > 0)
-                    ippsCopy_32f (ir.getChannel (responseChannel (ir, c)) + first, block,
-                                  last - first);
-                ippsMulC_32f_I (scale, block, last > first ? last - first : 0);
-                auto* bins =
-                    target[static_cast<std::size_t> ((r * inputChannels + c) * numSegments + s)];
-                ippsFFTFwd_RToCCS_32f (block, reinterpret_cast<float*> (bins), spec, fftWork);
-            }
-        }
-    }
-}
-
-void FirFilter::Partition::reset() {}
-
-void FirFilter::Partition::processNewest (CircularBuffer<Signal32> const& input, int samplesAfter,
-                                          int count, std::vector<Signal32>& outs, int outputOffset)
-{
-    const int n = 2 * segmentLength;
-    input.peek (-samplesAfter - n, frame);
-    auto* inputSpectrum = spectrumScratch.getChannel (0);
-    auto* product = spectrumScratch.getChannel (1);
-    float* block = scratch.getChannel (0);
-    for (int c = 0; c < inputChannels; ++c)
-    {
-        ippsFFTFwd_RToCCS_32f (frame.getChannel (c), reinterpret_cast<float*> (inputSpectrum), spec,
-                               work);
-        for (int r = 0; r < responses; ++r)
-        {
-            ippsMul_32fc (inputSpectrum, getSpectrum (r, c, 0), product, segmentLength + 1);
-            ippsFFTInv_CCSToR_32f (reinterpret_cast<const float*> (product), block, spec, work);
-            // Overlap-save: only the newest samples are free of circular wrap-around.
-            ippsCopy_32f (block + n - count,
-                          outs[static_cast<std::size_t> (r)].getChannel (c) + outputOffset, count);
-        }
-    }
-}
 
 //==============================================================================
 FirFilter::FirFilter() : history (headLength + 4096)
@@ -252,8 +32,6 @@ FirFilter::FirFilter() : history (headLength + 4096)
 
 FirFilter::~FirFilter()
 {
-    freeAll (frameSpectra);
-    freeAll (accumulators);
     ippsFFTFree_R_32f (frameSpec);
     ippsFree (frameWork);
 }
@@ -265,12 +43,6 @@ void FirFilter::newLayout() noexcept
     // Unique across filters, so a response prepared for one filter never fits another.
     static std::atomic<std::uint64_t> layouts{0};
     layoutId = ++layouts;
-}
-
-FirFilter::PreparedResponse::~PreparedResponse()
-{
-    for (auto& set : spectra)
-        freeAll (set);
 }
 
 void FirFilter::prepareResponse (Signal32 const& ir, PreparedResponse& prepared) const
@@ -292,9 +64,8 @@ void FirFilter::prepareResponse (Signal32 const& ir, PreparedResponse& prepared)
         if (prepared.scratch.getNumSamples() < partition->getTransformLength())
             prepared.scratch = Signal32 (1, partition->getTransformLength());
     }
-    // Sets left over from a layout with more partitions are given back before they are dropped.
-    for (std::size_t i = all.size(); i < prepared.spectra.size(); ++i)
-        freeAll (prepared.spectra[i]);
+    // Each set is reshaped by the partition it is made for: after a new layout, set i may have
+    // been made for a partition of other segments.
     prepared.spectra.resize (all.size());
     const std::vector<Signal32> irs{ir};
     for (std::size_t i = 0; i < all.size(); ++i)
@@ -413,12 +184,7 @@ void FirFilter::setMultipleIRs (std::vector<Signal32> const& irs)
     enablePartitions();
 
     // Per-response working blocks of the frame grid.
-    if (static_cast<int> (accumulators.size()) != numResponses * inputChannels)
-    {
-        freeAll (accumulators);
-        for (int i = 0; i < numResponses * inputChannels; ++i)
-            accumulators.push_back (allocateBins (frameLength + 1));
-    }
+    accumulators.ensureShape (numResponses * inputChannels, frameLength + 1);
     if (static_cast<int> (tailOutputs.size()) != numResponses
         || (numResponses > 0 && tailOutputs[0].getNumChannels() != inputChannels))
         tailOutputs.assign (static_cast<std::size_t> (numResponses), Signal32());
@@ -523,15 +289,9 @@ bool FirFilter::rebuildSchedule()
     workDone = 0;
 
     const int slots = deepest + 1;
-    if (slots != numSlots || static_cast<int> (frameSpectra.size()) != slots * inputChannels)
-    {
-        freeAll (frameSpectra);
-        numSlots = slots;
-        for (int i = 0; i < numSlots * inputChannels; ++i)
-            frameSpectra.push_back (allocateBins (frameLength + 1));
-        return true;
-    }
-    return false;
+    const bool reshaped = slots != numSlots;
+    numSlots = slots;
+    return frameSpectra.ensureShape (numSlots * inputChannels, frameLength + 1) || reshaped;
 }
 
 void FirFilter::transformFrame (std::int64_t frameEnd, std::int64_t newest, int slot)
@@ -603,8 +363,9 @@ void FirFilter::finishFrame()
 
 void FirFilter::recomputeCurrentFrame()
 {
-    for (auto* acc : accumulators)
-        ippsZero_32f (reinterpret_cast<float*> (acc), 2 * (frameLength + 1));
+    for (int i = 0; i < accumulators.size(); ++i)
+        ippsZero_32f (reinterpret_cast<float*> (accumulators[static_cast<std::size_t> (i)]),
+                      2 * (frameLength + 1));
     workDone = 0;
     if (numSlots == 0 || currentFrame < 0)
     {
@@ -735,8 +496,9 @@ void FirFilter::reset()
         blockPartition->reset();
     for (auto& partition : partitions)
         partition->reset();
-    for (auto* spectrum : frameSpectra)
-        ippsZero_32f (reinterpret_cast<float*> (spectrum), 2 * (frameLength + 1));
+    for (int i = 0; i < frameSpectra.size(); ++i)
+        ippsZero_32f (reinterpret_cast<float*> (frameSpectra[static_cast<std::size_t> (i)]),
+                      2 * (frameLength + 1));
     position = 0;
     currentFrame = -frameLength;
     recomputeCurrentFrame();

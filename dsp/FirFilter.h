@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace vesk::audio
@@ -23,6 +24,41 @@ class FirFilter
 public:
     static constexpr int headLength = 128;
     static constexpr int frameLength = 128;
+
+    /** Spectra of one length in blocks of their own. A set knows its shape, so a set made for
+        one partition is never reused by another of the same count but longer segments (a host
+        that prepares again with a larger block gives the block partition longer segments). */
+    class SpectrumSet
+    {
+    public:
+        SpectrumSet() = default;
+        ~SpectrumSet() { release(); }
+        SpectrumSet (SpectrumSet const&) = delete;
+        SpectrumSet& operator= (SpectrumSet const&) = delete;
+        SpectrumSet (SpectrumSet&& other) noexcept { swap (other); }
+        SpectrumSet& operator= (SpectrumSet&& other) noexcept
+        {
+            swap (other);
+            return *this;
+        }
+
+        /** Count spectra of bins each. True when they were allocated (and zeroed) now; an
+            unchanged shape keeps the blocks and their contents. */
+        bool ensureShape (int count, int bins);
+        void release() noexcept;
+        void swap (SpectrumSet& other) noexcept
+        {
+            blocks.swap (other.blocks);
+            std::swap (bins, other.bins);
+        }
+        complex32* operator[] (std::size_t index) const noexcept { return blocks[index]; }
+        int size() const noexcept { return static_cast<int> (blocks.size()); }
+        int getBins() const noexcept { return bins; }
+
+    private:
+        std::vector<complex32*> blocks;
+        int bins = 0;
+    };
 
     /** The direct-form head: one FIR with its own delay line per response and input channel. */
     class IppFirFilter
@@ -67,13 +103,14 @@ public:
 
         /** Transforms this partition's slice of every response. Allocates only the first time. */
         void setImpulseResponses (std::vector<Signal32> const& irs);
-        /** The same into spectra laid out as this partition's own (allocated when empty), with
-            the caller's work buffers: another thread may prepare a response this way while the
-            partition runs. */
-        void transformResponses (std::vector<Signal32> const& irs, std::vector<complex32*>& target,
+        /** The same into spectra laid out as this partition's own (reshaped when they are not),
+            with the caller's work buffers: another thread may prepare a response this way while
+            the partition runs. */
+        void transformResponses (std::vector<Signal32> const& irs, SpectrumSet& target,
                                  std::uint8_t* fftWork, float* block) const;
-        /** Exchanges the stored spectra with a set made by transformResponses. */
-        void swapSpectra (std::vector<complex32*>& other) noexcept { spectra.swap (other); }
+        /** Exchanges the stored spectra with a set made by transformResponses for this
+            partition. */
+        void swapSpectra (SpectrumSet& other) noexcept { spectra.swap (other); }
         int getWorkBytes() const noexcept;
         void reset();
 
@@ -104,8 +141,7 @@ public:
         int size;
         int segmentLength;
         int numSegments;
-        std::vector<complex32*>
-            spectra; // [(response * inputChannels + channel) * numSegments + segment]
+        SpectrumSet spectra; // [(response * inputChannels + channel) * numSegments + segment]
         IppsFFTSpec_R_32f* spec = nullptr;
         std::uint8_t* work = nullptr;
         Signal32 frame;
@@ -119,7 +155,7 @@ public:
     {
     public:
         PreparedResponse() = default;
-        ~PreparedResponse();
+        ~PreparedResponse() = default;
         PreparedResponse (PreparedResponse const&) = delete;
         PreparedResponse& operator= (PreparedResponse const&) = delete;
 
@@ -132,7 +168,7 @@ public:
         bool pending = false;
         Signal32 response;
         Signal32 headTaps;
-        std::vector<std::vector<complex32*>> spectra; // per partition, the block partition last
+        std::vector<SpectrumSet> spectra; // per partition, the block partition last
         std::vector<std::uint8_t> work;
         Signal32 scratch;
     };
@@ -219,8 +255,8 @@ private:
 
     // The shared frame grid of the tail.
     int numSlots = 0;                       // frame spectra kept
-    std::vector<complex32*> frameSpectra;   // [channel * numSlots + slot]
-    std::vector<complex32*> accumulators;   // [response * inputChannels + channel]
+    SpectrumSet frameSpectra;               // [channel * numSlots + slot]
+    SpectrumSet accumulators;               // [response * inputChannels + channel]
     std::vector<Signal32> tailOutputs;      // per response: the tail's output for the current frame
     std::vector<SegmentWork> laggedWork;    // enabled segments that use earlier frames
     std::vector<SegmentWork> immediateWork; // enabled segments that need the newest frame

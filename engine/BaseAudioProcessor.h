@@ -15,6 +15,27 @@ struct ProcessingInfo
     bool flag = false;
 };
 
+/** Marks what the calling thread does while it lives as audio-side work: a block being
+    processed, or automation a host delivers on its audio thread outside the block (a VST3 host
+    before the block it belongs to, any thread of a host's pool of audio workers). Engines that
+    run in real time leave the work such a call would cause (a redesign) to a thread of their
+    own. Told by the call, not by the thread's identity, because hosts process one instance from
+    several threads. Nests. Any thread. */
+class AudioThreadScope
+{
+public:
+    AudioThreadScope() noexcept { ++depth; }
+    ~AudioThreadScope() { --depth; }
+    AudioThreadScope (AudioThreadScope const&) = delete;
+    AudioThreadScope& operator= (AudioThreadScope const&) = delete;
+
+    /** Whether the calling thread is inside such a scope. */
+    static bool isActive() noexcept { return depth > 0; }
+
+private:
+    static inline thread_local int depth = 0;
+};
+
 /** The interface of every signal-processing engine: stream format, numbered parameters, reset
     and block processing. */
 class BaseAudioProcessor

@@ -290,7 +290,10 @@ void Deconvolution::reset()
 {
     bool layoutChanged = false;
     {
+        // A designer on another thread transforms its response for the convolution's layout
+        // under designLock: the layout changes only while that lock is held too.
         const juce::ScopedLock lock (engineLock);
+        const juce::ScopedLock design (designLock);
         if (estimationMode != holdMode)
         {
             sourceEstimate.ensureDimensions (1, 0); // mode 2 holds what was learnt, on purpose

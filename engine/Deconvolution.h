@@ -36,10 +36,11 @@ namespace vesk::audio
       lock-free exchange that process() looks at once per block. Where both locks are held,
       engineLock is taken first.
     - In real-time mode (setRealtime (true), what the plug-in uses while a host plays) process()
-      never designs: when learning wants a new filter, or when a parameter change arrives on the
-      audio thread (hosts deliver automation there), it only raises a flag, and a shared design
-      thread does the work. The learnt estimate reaches that thread through a snapshot that the
-      audio thread writes only when it gets the snapshot's spin lock at once.
+      never designs: when learning wants a new filter, or when a parameter change arrives inside
+      an AudioThreadScope (process() opens one; the host layer opens one where hosts deliver
+      automation), it only raises a flag, and a shared design thread does the work. The learnt
+      estimate reaches that thread through a snapshot that the audio thread writes only when it
+      gets the snapshot's spin lock at once.
     - In offline mode (the default, and the command-line tool's) process() redesigns inline,
       under both locks, so a file gives the same result on every run.
     - On the audio thread nothing allocates once setFormat and reset have prepared the buffers
@@ -250,7 +251,6 @@ private:
     int analyzerFrameSize = 0;
     int analyzerHopSize = 0;
     std::atomic<bool> realtime{false};
-    std::atomic<juce::Thread::ThreadID> audioThread{nullptr};
 
     // Audio side, under engineLock.
     double secondsSinceFilterUpdate = 0.0;

@@ -48,8 +48,8 @@ void copyFinite (Signal32 const& from, Signal32& to)
 Signal32 Deconvolution::process (const Signal32& input)
 {
     const ScopedFlushDenormals flushDenormals;
+    const AudioThreadScope audioSide;
     const juce::ScopedLock lock (engineLock);
-    audioThread = juce::Thread::getCurrentThreadId();
 
     const int samples = input.getNumSamples();
     const int channels = input.getNumChannels();

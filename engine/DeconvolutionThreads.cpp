@@ -78,7 +78,7 @@ void Deconvolution::setEstimator (Estimator estimatorToUse)
 
 bool Deconvolution::onAudioThread() const noexcept
 {
-    return realtime.load() && juce::Thread::getCurrentThreadId() == audioThread.load();
+    return realtime.load() && AudioThreadScope::isActive();
 }
 
 void Deconvolution::publishSourceSnapshot()

@@ -1,5 +1,7 @@
 #include "BasePlugInProcessor.h"
 
+#include <optional>
+
 // Public parameters: the host's normalised view of the engine's plain values.
 
 JUCE_BEGIN_IGNORE_WARNINGS_GCC_LIKE ("-Wdeprecated-declarations")
@@ -57,6 +59,13 @@ void BasePlugInProcessor::setParameter (int index, float normalized)
 {
     if (!juce::isPositiveAndBelow (index, parameters.size()))
         return;
+    // Hosts deliver automation on their audio threads, and not only inside processBlock (a VST3
+    // host hands it over before the block it belongs to, a host with a pool of workers on any of
+    // them): a change that does not come from the message thread is audio-side work, which the
+    // engine leaves to its design thread while a host plays.
+    std::optional<vesk::audio::AudioThreadScope> audioSide;
+    if (!juce::MessageManager::existsAndIsCurrentThread())
+        audioSide.emplace();
     parameters[index]->setNormalizedParameterValue (normalized, engineFlag());
     notifyListeners (index);
 }

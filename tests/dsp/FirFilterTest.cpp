@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <random>
 #include <thread>
@@ -357,5 +358,42 @@ TEST (FirFilterSwap, PreparedResponseContinuesTheStreamExactly)
         filter.prepareResponse (first, prepared);
         filter.updateBlockSize (blockSize > 0 ? 0 : 512);
         EXPECT_FALSE (filter.swapResponse (prepared));
+    }
+}
+
+// A host prepares one instance again and again at other block sizes, while the three response
+// slots the engine keeps travel between the designers and the filter. A slot last filled for a
+// partition of shorter segments must be reshaped, not written past its end; after every change
+// each swapped-in response filters every sample exactly.
+TEST (FirFilterSwap, PreparedResponsesSurviveEveryChangeOfBlockSize)
+{
+    const int length = 2400, samples = 5000;
+    const auto input = whiteNoise (2, samples, 41);
+    FirFilter filter;
+    filter.setImpulseResponse (decayingResponse (1, length, 40).createMultichannelSignal (2));
+    std::array<FirFilter::PreparedResponse, 3> slots;
+    std::uint32_t seed = 42;
+    std::size_t next = 0;
+    for (const int blockSize : {64, 128, 256, 512, 1024, 32, 4096, 128, 2048, 256, 100})
+    {
+        SCOPED_TRACE (blockSize);
+        filter.updateBlockSize (blockSize);
+        filter.process (Signal32 (2, blockSize, 0.0f)); // as the engine sizes its buffers
+        filter.reset();
+        for (int round = 0; round < 2; ++round)
+        {
+            const auto response = decayingResponse (1, length, seed++);
+            auto& slot = slots[next++ % slots.size()];
+            filter.prepareResponse (response, slot);
+            ASSERT_TRUE (filter.swapResponse (slot));
+            filter.reset();
+            const auto output = streamThrough (filter, input, {blockSize});
+            for (int c = 0; c < 2; ++c)
+                EXPECT_LT (
+                    relativeError (output, c,
+                                   directConvolution (input[c], samples, response[0], length)),
+                    tolerance)
+                    << "channel " << c << ", round " << round;
+        }
     }
 }

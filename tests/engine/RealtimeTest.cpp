@@ -1,4 +1,5 @@
 #include "AllocationGuard.h"
+#include "AudioThreads.h"
 #include "Deconvolution.h"
 #include "TestSignals.h"
 
@@ -8,9 +9,11 @@
 #include <chrono>
 #include <cmath>
 #include <thread>
+#include <utility>
 
 using namespace vesk::audio;
 using vesk::test::AllocationGuard;
+using vesk::test::onTwoAlternatingThreads;
 
 namespace
 {
@@ -45,11 +48,30 @@ void skipUnlessCounting()
     if (!AllocationGuard::isCounting())
         GTEST_SKIP() << "allocations are not counted under a sanitizer";
 }
+
+/** Automation of every kind that changes the correction, at block i. */
+void automate (Deconvolution& engine, int i)
+{
+    if (i % 7 == 0)
+        engine.setParameterValue (Deconvolution::masterGainIndex,
+                                  static_cast<float> (i % 13) - 6.0f, false);
+    if (i % 50 == 0)
+        engine.setParameterValue (Deconvolution::filterLengthIndex, i % 100 ? 12.5f : 10.0f, false);
+    if (i % 90 == 0)
+        engine.setParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f, false);
+    if (i % 120 == 0)
+        engine.setParameterValue (Deconvolution::emphasisPointLevelIndex,
+                                  static_cast<float> (i % 100), false);
+    if (i % 400 == 0)
+        engine.setParameterValue (Deconvolution::targetModelIndex,
+                                  static_cast<float> ((i / 400) % 5), false);
+}
 } // namespace
 
 // Learning (the default mode) with its redesigns, and automation of every kind arriving on the
-// audio thread between blocks, as hosts deliver it: nothing allocates there, and the designs
-// made on the design thread still arrive.
+// audio side, as hosts deliver it: from the very first block of a fresh engine, on two audio
+// threads that take turns (hosts with a pool of audio workers). Nothing allocates there, and
+// the designs made on the design thread still arrive.
 TEST (DeconvolutionRealtime, LearningAndAudioThreadAutomationAllocateNothing)
 {
     skipUnlessCounting();
@@ -60,37 +82,63 @@ TEST (DeconvolutionRealtime, LearningAndAudioThreadAutomationAllocateNothing)
         prepare (engine, true);
         engine.setEstimator (estimator);
         Signal32 block (2, 64);
-        fill (block, 0);
-        engine.process (block); // the engine learns which thread is the audio thread
         std::size_t allocations = 0;
-        for (int i = 0; i < 3000; ++i) // 4 s of audio
-        {
-            fill (block, i);
-            const AllocationGuard guard;
-            if (i % 7 == 0)
-                engine.setParameterValue (Deconvolution::masterGainIndex,
-                                          static_cast<float> (i % 13) - 6.0f, false);
-            if (i % 50 == 0)
-                engine.setParameterValue (Deconvolution::filterLengthIndex, i % 100 ? 12.5f : 10.0f,
-                                          false);
-            if (i % 90 == 0)
-                engine.setParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f, false);
-            if (i % 120 == 0)
-                engine.setParameterValue (Deconvolution::emphasisPointLevelIndex,
-                                          static_cast<float> (i % 100), false);
-            if (i % 400 == 0)
-                engine.setParameterValue (Deconvolution::targetModelIndex,
-                                          static_cast<float> ((i / 400) % 5), false);
-            engine.process (block);
-            allocations += guard.count();
-            if (i % 64 == 0)
-                std::this_thread::sleep_for (std::chrono::milliseconds (10)); // let designs finish
-        }
+        onTwoAlternatingThreads (3000, // 4 s of audio
+                                 [&] (int i)
+                                 {
+                                     fill (block, i);
+                                     const AllocationGuard guard;
+                                     {
+                                         const AudioThreadScope audioSide; // a host's automation
+                                         automate (engine, i);
+                                     }
+                                     engine.process (block);
+                                     allocations += guard.count();
+                                     if (i % 64 == 0) // let designs finish
+                                         std::this_thread::sleep_for (
+                                             std::chrono::milliseconds (10));
+                                 });
         EXPECT_EQ (allocations, 0u);
         // (A new filter length restarts the long-term spectrum; the last came 50 blocks ago.)
         EXPECT_GT (engine.getEstimateFrameCount(), 2u) << "it learnt";
         EXPECT_GT (engine.getInstalledDesigns(), 10u) << "and the designs reached the convolution";
         EXPECT_EQ (engine.getParameterValue (Deconvolution::targetModelIndex), 2.0f);
+    }
+}
+
+// A host prepares one engine again and again: block sizes up and down, rates from 22.05 to
+// 384 kHz, each time with a redesign still pending from automation. After every prepare the
+// output is the convolution of the input with the correction the engine reports.
+TEST (DeconvolutionRealtime, PreparedAgainAtOtherBlockSizesAndRates)
+{
+    Deconvolution engine;
+    engine.setParameterValue (Deconvolution::estimationModeIndex, 2.0f, false); // a fixed filter
+    engine.setRealtime (true);
+    const std::pair<double, int> formats[] = {{44100, 64},    {44100, 128},  {48000, 256},
+                                              {96000, 512},   {88200, 1024}, {22050, 32},
+                                              {384000, 4096}, {192000, 100}, {48000, 2048}};
+    int step = 0;
+    for (const auto& [rate, blockSize] : formats)
+    {
+        SCOPED_TRACE (std::to_string (rate) + " Hz, blocks of " + std::to_string (blockSize));
+        {
+            const AudioThreadScope audioSide; // left to the design thread, and not yet done
+            engine.setParameterValue (Deconvolution::targetModelIndex,
+                                      static_cast<float> (1 + step % 4), false);
+        }
+        engine.expectedBlockSize = blockSize;
+        ASSERT_TRUE (engine.setFormat (AudioFormat (2, rate), AudioFormat (2, rate)));
+        engine.reset();
+        const auto input = vesk::test::whiteNoise (2, 6000, static_cast<std::uint32_t> (++step));
+        Signal32 output (2, input.getNumSamples());
+        for (int done = 0; done < input.getNumSamples(); done += blockSize)
+        {
+            const int count = std::min (blockSize, input.getNumSamples() - done);
+            const auto result = engine.process (input.extractSection (done, count));
+            for (int c = 0; c < 2; ++c)
+                std::copy (result[c], result[c] + count, output[c] + done);
+        }
+        EXPECT_LT (vesk::test::convolutionError (input, output, engine.getImpulseResponse()), 1e-5);
     }
 }
 

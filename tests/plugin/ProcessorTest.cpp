@@ -1,4 +1,5 @@
 #include "AllocationGuard.h"
+#include "AudioThreads.h"
 #include "FilterFile.h"
 #include "KelfinerAudioProcessor.h"
 #include "ProcessorHelpers.h"
@@ -11,6 +12,7 @@
 #include <cmath>
 #include <random>
 #include <thread>
+#include <utility>
 
 using vesk::audio::Deconvolution;
 using vesk::audio::Signal32;
@@ -178,7 +180,8 @@ TEST (KelfinerStreaming, AnyChannelCountAndRefusedFormatsPassThrough)
 }
 
 // Learning with its redesigns, at changing block sizes (one larger than announced), with host
-// automation delivered on the audio thread between blocks: nothing allocates there.
+// automation delivered on the audio side from the first block on, by two audio threads that
+// take turns (neither is the message thread): nothing allocates there.
 TEST (KelfinerStreaming, LearningAndAutomationAllocateNothingOnTheAudioThread)
 {
     if (!vesk::test::AllocationGuard::isCounting())
@@ -192,35 +195,78 @@ TEST (KelfinerStreaming, LearningAndAutomationAllocateNothingOnTheAudioThread)
     KelfinerAudioProcessor processor;
     processor.prepareToPlay (48000.0, 512);
     juce::AudioBuffer<float> block (2, 1500);
-    juce::MidiBuffer midi;
-    const auto fill = [&] (int i)
-    {
-        for (int c = 0; c < 2; ++c)
-            for (int n = 0; n < 1500; ++n)
-                block.setSample (c, n,
-                                 0.2f * std::sin (0.01f * static_cast<float> (i * 512 + n + c)));
-    };
-    fill (0);
-    processor.processBlock (block, midi);
     std::size_t allocations = 0;
-    for (int i = 0; i < 600; ++i)
-    {
-        fill (i);
-        const int size = i % 4 == 0 ? 512 : (i % 4 == 1 ? 480 : (i % 4 == 2 ? 64 : 1500));
-        juce::AudioBuffer<float> view (block.getArrayOfWritePointers(), 2, size);
-        const vesk::test::AllocationGuard guard;
-        processor.setParameter (4, static_cast<float> (i % 10) / 10.0f); // MasterGain
-        if (i % 25 == 0)
-            processor.setParameter (2, static_cast<float> (i % 3) / 3.0f); // FilterLength
-        if (i % 40 == 0)
-            processor.setParameter (9, static_cast<float> (i % 7) / 7.0f); // CurvePoint1Level
-        processor.processBlock (view, midi);
-        allocations += guard.count();
-        if (i % 50 == 0)
-            juce::Thread::sleep (10); // the design thread catches up
-    }
+    vesk::test::onTwoAlternatingThreads (
+        600,
+        [&] (int i)
+        {
+            for (int c = 0; c < 2; ++c)
+                for (int n = 0; n < 1500; ++n)
+                    block.setSample (
+                        c, n, 0.2f * std::sin (0.01f * static_cast<float> (i * 512 + n + c)));
+            const int size = i % 4 == 0 ? 512 : (i % 4 == 1 ? 480 : (i % 4 == 2 ? 64 : 1500));
+            juce::AudioBuffer<float> view (block.getArrayOfWritePointers(), 2, size);
+            juce::MidiBuffer midi;
+            const vesk::test::AllocationGuard guard;
+            processor.setParameter (4, static_cast<float> (i % 10) / 10.0f); // MasterGain
+            if (i % 25 == 0)
+                processor.setParameter (2, static_cast<float> (i % 3) / 3.0f); // FilterLength
+            if (i % 40 == 0)
+                processor.setParameter (9, static_cast<float> (i % 7) / 7.0f); // CurvePoint1Level
+            processor.processBlock (view, midi);
+            allocations += guard.count();
+            if (i % 50 == 0)
+                juce::Thread::sleep (10); // the design thread catches up
+        });
     EXPECT_EQ (allocations, 0u);
     EXPECT_GT (processor.getEngine().getInstalledDesigns(), 3u);
+}
+
+// A host prepares one instance again and again: block sizes up and down, rates from 22.05 to
+// 384 kHz, a redesign pending from automation each time, the state saved and restored between.
+// After every prepare the output is the convolution of the input with the engine's correction.
+TEST (KelfinerStreaming, PreparedAgainAtOtherBlockSizesAndRates)
+{
+    KelfinerAudioProcessor processor;
+    processor.setCheckedParameterValue (Deconvolution::estimationModeIndex, 2.0f); // fixed filter
+    const std::pair<double, int> formats[] = {{44100, 64},    {44100, 128},  {48000, 256},
+                                              {96000, 512},   {88200, 1024}, {22050, 32},
+                                              {384000, 4096}, {192000, 100}, {48000, 2048}};
+    int step = 0;
+    for (const auto& [rate, blockSize] : formats)
+    {
+        SCOPED_TRACE (std::to_string (rate) + " Hz, blocks of " + std::to_string (blockSize));
+        vesk::test::onAnotherThread (
+            [&]
+            {
+                processor.setParameter (3, static_cast<float> (1 + step % 4) / 6.0f);
+            }); // TargetModel, left to the design thread
+        processor.prepareToPlay (rate, blockSize);
+        const auto state = stateOf (processor);
+        processor.setStateInformation (state.getData(), static_cast<int> (state.getSize()));
+
+        const auto input = vesk::test::whiteNoise (2, 6000, static_cast<std::uint32_t> (++step));
+        Signal32 output (2, input.getNumSamples());
+        vesk::test::onAnotherThread (
+            [&]
+            {
+                juce::MidiBuffer midi;
+                for (int done = 0; done < input.getNumSamples(); done += blockSize)
+                {
+                    const int count = std::min (blockSize, input.getNumSamples() - done);
+                    juce::AudioBuffer<float> buffer (2, count);
+                    for (int c = 0; c < 2; ++c)
+                        buffer.copyFrom (c, 0, input[c] + done, count);
+                    processor.processBlock (buffer, midi);
+                    for (int c = 0; c < 2; ++c)
+                        std::copy (buffer.getReadPointer (c), buffer.getReadPointer (c) + count,
+                                   output[c] + done);
+                }
+            });
+        EXPECT_LT (vesk::test::convolutionError (input, output,
+                                                 processor.getEngine().getImpulseResponse()),
+                   1e-5);
+    }
 }
 
 // Two threads writing one parameter (a host's automation and its user, say) cannot leave the

@@ -2,6 +2,7 @@
 
 #include "Signal.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <random>
@@ -44,5 +45,25 @@ inline std::vector<double> directConvolution (const float* x, int samples, const
         y[static_cast<std::size_t> (n)] = sum;
     }
     return y;
+}
+
+/** The largest difference, on any sample of any channel, between output and the direct
+    convolution of input with the response's first channel, relative to the convolution's peak. */
+inline double convolutionError (const audio::Signal32& input, const audio::Signal32& output,
+                                const audio::Signal32& response)
+{
+    double peak = 0.0, error = 0.0;
+    for (int c = 0; c < input.getNumChannels(); ++c)
+    {
+        const auto reference = directConvolution (input[c], input.getNumSamples(), response[0],
+                                                  response.getNumSamples());
+        for (int n = 0; n < input.getNumSamples(); ++n)
+        {
+            peak = std::max (peak, std::fabs (reference[static_cast<std::size_t> (n)]));
+            error = std::max (error,
+                              std::fabs (reference[static_cast<std::size_t> (n)] - output[c][n]));
+        }
+    }
+    return error / std::max (peak, 1e-30);
 }
 } // namespace vesk::test
