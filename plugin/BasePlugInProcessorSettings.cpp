@@ -46,6 +46,10 @@ bool BasePlugInProcessor::setParameterSettings (juce::InputStream& in)
     }
     engine->effectuateParameterChanges();
     notifyListeners (-1);
+    // Host wrappers keep their own copy of each value (an LV2 host learns values only from
+    // what the plug-in reports): a restored state, an undo or a switch to B is reported whole.
+    for (int i = 0; i < parameters.size(); ++i)
+        sendParamChangeMessageToListeners (i, parameters[i]->getNormalizedParameterValue());
 
     if (in.getPosition() + 8 < total)
     {

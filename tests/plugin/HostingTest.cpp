@@ -141,7 +141,9 @@ TEST_P (LoadedBundle, ParametersAutomationAudioAndStateRoundTrip)
     juce::MemoryBlock state;
     first->getStateInformation (state);
     second->setStateInformation (state.getData(), static_cast<int> (state.getSize()));
-    // An LV2 host keeps the control ports' values itself and sets them after the state.
+    // JUCE's LV2 host keeps its own copy of every value, refreshes it after a state only for
+    // control ports (JUCE's LV2 plug-ins have patch parameters instead) and sends it to the
+    // plug-in at the next block: the host's part of a restore is done by hand here.
     if (!ownTexts)
         for (int i = 0; i < first->getParameters().size(); ++i)
             second->getParameters()[i]->setValue (first->getParameters()[i]->getValue());

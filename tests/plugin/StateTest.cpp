@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include <cmath>
 
 using vesk::audio::Deconvolution;
@@ -160,13 +162,28 @@ TEST (KelfinerState, RestoresParametersFiltersAndPresetName)
     original.getEngine().setParameterValue (3, 5.0f, false);
     original.getEngine().setTargetFilter (ramp (1, 7), 48000.0);
 
+    // Host wrappers keep their own copy of every value: each is reported, as restored.
+    struct HostCopy : juce::AudioProcessorListener
+    {
+        void audioProcessorParameterChanged (juce::AudioProcessor*, int index, float value) override
+        {
+            values[index] = value;
+        }
+        void audioProcessorChanged (juce::AudioProcessor*, const ChangeDetails&) override {}
+        std::map<int, float> values;
+    } host;
     KelfinerAudioProcessor restored;
     CountingListener listener;
     restored.addListener (&listener);
+    restored.addListener (&host);
     const auto state = stateOf (original);
     restored.setStateInformation (state.getData(), static_cast<int> (state.getSize()));
     EXPECT_EQ (listener.calls, std::vector<int>{-1});
     EXPECT_FLOAT_EQ (restored.getParameter (4), 0.75f);
+    ASSERT_EQ (host.values.size(), 43u);
+    EXPECT_FLOAT_EQ (host.values[4], 0.75f);
+    EXPECT_FLOAT_EQ (host.values[1], 0.2f);
+    restored.removeListener (&host);
     EXPECT_EQ (restored.getCurrentPresetName(), "My Sound");
     Signal32 source, target;
     double sourceRate = 0, targetRate = 0;
