@@ -9,6 +9,9 @@ packages=(
     libmpg123-dev
     xvfb xauth fonts-dejavu-core fonts-font-awesome
     lame # only the tests use it: an MP3 input made on the spot
+    # Hosts and validators that are not ours (scripts/validate.sh): LV2's schemas and tools, a
+    # host that is not JUCE on a JACK server, and what the validators' sources build with.
+    lv2-dev sordi lilv-utils jalv jackd2 sox libflac-dev libvorbis-dev libogg-dev
 )
 
 missing=()

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds everything (Release), runs the whole test suite, then the
-# sanitizer, fuzzing and ThreadSanitizer pass (scripts/sanitize.sh).
+# Installs what is missing, builds everything (Release), runs the whole test suite, the
+# third-party validators and hosts (scripts/validate.sh), then the sanitizer, fuzzing and
+# ThreadSanitizer pass (scripts/sanitize.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -24,6 +25,9 @@ if [ -z "${DISPLAY:-}" ] && command -v xvfb-run > /dev/null; then
     run=(xvfb-run -a)
 fi
 "${run[@]}" ctest --test-dir "$build_dir" --output-on-failure --parallel "$jobs"
+
+# Third-party validators and a host that is not JUCE, on the bundles just built.
+scripts/validate.sh "$build_dir"
 
 # Sanitizers, fuzzing and ThreadSanitizer (about 25 minutes on two cores from nothing); skip
 # them while iterating with KELFINER_SKIP_SANITIZERS=1.

@@ -233,8 +233,10 @@ TEST (KelfinerStreaming, PreparedAgainAtOtherBlockSizesAndRates)
                                               {96000, 512},   {88200, 1024}, {22050, 32},
                                               {384000, 4096}, {192000, 100}, {48000, 2048}};
     int step = 0;
-    for (const auto& [rate, blockSize] : formats)
+    for (const auto& format : formats)
     {
+        const double rate = format.first; // (clang's C++17 lambdas take no structured bindings)
+        const int blockSize = format.second;
         SCOPED_TRACE (std::to_string (rate) + " Hz, blocks of " + std::to_string (blockSize));
         vesk::test::onAnotherThread (
             [&]
