@@ -9,6 +9,8 @@
 
 #include <cmath>
 #include <string>
+#include <thread>
+#include <utility>
 
 namespace
 {
@@ -286,6 +288,53 @@ TEST (LoadedVST3Bundle, EditorOpensAndClosesAgainAndAgain)
         EXPECT_GE (editor->getWidth(), 760);
         EXPECT_GE (editor->getHeight(), 480);
     }
+}
+
+// A host prepares one instance again and again (other block sizes, up and down, and rates from
+// 22.05 to 384 kHz) while automation sent from another thread waits to be designed, saves and
+// restores the state between, opens and closes the editor (the VST3's; the LV2's needs a window
+// manager, see above) and plays on its own audio thread: the output stays finite and sounding.
+// A heap overflow here once took both validators' hosts down.
+TEST_P (LoadedBundle, PreparedAgainAndAgainWhileARedesignIsPending)
+{
+    auto format = makeFormat();
+    auto plugin = load (*format, identifierFor (*format, GetParam().path));
+    ASSERT_NE (plugin, nullptr);
+    auto* target = parameterNamed (*plugin, "TargetModel");
+    ASSERT_NE (target, nullptr);
+    const bool vst3 = juce::String (GetParam().format) == "VST3";
+    const std::pair<double, int> formats[] = {{44100, 64},    {44100, 128},  {48000, 256},
+                                              {96000, 512},   {44100, 1024}, {22050, 32},
+                                              {384000, 4096}, {192000, 100}, {48000, 2048}};
+    int step = 0;
+    for (const auto& [rate, blockSize] : formats)
+    {
+        SCOPED_TRACE (std::to_string (rate) + " Hz, blocks of " + std::to_string (blockSize));
+        std::thread automation ([&, value = static_cast<float> (1 + step++ % 4) / 6.0f]
+                                { target->setValue (value); });
+        automation.join();
+        plugin->releaseResources();
+        plugin->prepareToPlay (rate, blockSize);
+        juce::MemoryBlock state;
+        plugin->getStateInformation (state);
+        plugin->setStateInformation (state.getData(), static_cast<int> (state.getSize()));
+        if (vst3)
+            std::unique_ptr<juce::AudioProcessorEditor> (plugin->createEditor()).reset();
+
+        juce::AudioBuffer<float> out;
+        std::thread audio ([&, blocks = blockSize]
+                           { out = run (*plugin, {blocks}, std::max (8 * blocks, 9600)); });
+        audio.join();
+        double energy = 0.0;
+        for (int c = 0; c < 2; ++c)
+            for (int n = 0; n < out.getNumSamples(); ++n)
+            {
+                ASSERT_TRUE (std::isfinite (out.getSample (c, n))) << "sample " << n;
+                energy += out.getSample (c, n) * out.getSample (c, n);
+            }
+        EXPECT_GT (energy, 1.0);
+    }
+    plugin->releaseResources();
 }
 
 INSTANTIATE_TEST_SUITE_P (Formats, LoadedBundle,
