@@ -1,5 +1,7 @@
 #include "AudioInput.h"
+
 #include "Mp3Format.h"
+#include "RegularFile.h"
 
 #include <algorithm>
 #include <cmath>
@@ -161,9 +163,11 @@ std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::Input
 
 std::unique_ptr<juce::AudioFormatReader> openReader (juce::File const& file, juce::String& error)
 {
-    if (!file.existsAsFile())
+    // A FIFO would wait for a writer forever, a device never ends.
+    juce::String whyNot;
+    if (!regularFile::check (file, &whyNot))
     {
-        error = "no such file: " + file.getFullPathName();
+        error = file.getFullPathName() + " " + whyNot;
         return nullptr;
     }
     auto stream = std::make_unique<juce::FileInputStream> (file);

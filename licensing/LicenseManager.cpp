@@ -1,5 +1,7 @@
 #include "LicenseManager.h"
 
+#include "RegularFile.h"
+
 namespace vesk::licensing
 {
 LicenseManager::LicenseManager (juce::String productCode, PublicKey vendorKey,
@@ -14,8 +16,11 @@ void LicenseManager::reload()
 {
     LicenceToken read;
     storedVerdict = Verdict::malformed;
-    if (file.existsAsFile() && file.getSize() <= LicenceToken::maximumLength)
-        storedVerdict = LicenceToken::verify (file.loadFileAsString(), key, product, today, read);
+    // Every plug-in instance reads this at start: a link to a device or a FIFO must neither
+    // block the host nor fill its memory.
+    juce::MemoryBlock text;
+    if (regularFile::read (file, LicenceToken::maximumLength, text))
+        storedVerdict = LicenceToken::verify (text.toString(), key, product, today, read);
     licence = storedVerdict == Verdict::accepted ? read : LicenceToken();
     demo = storedVerdict != Verdict::accepted;
 }
@@ -41,9 +46,10 @@ Verdict LicenseManager::authorise (const juce::String& text)
 
 Verdict LicenseManager::authoriseFromFile (const juce::File& keyFile)
 {
-    if (!keyFile.existsAsFile() || keyFile.getSize() > LicenceToken::maximumLength)
+    juce::MemoryBlock text;
+    if (!regularFile::read (keyFile, LicenceToken::maximumLength, text))
         return Verdict::malformed;
-    return authorise (keyFile.loadFileAsString());
+    return authorise (text.toString());
 }
 
 bool LicenseManager::deauthorise()

@@ -1,5 +1,7 @@
 #include "FilterFile.h"
 
+#include "RegularFile.h"
+
 #include "KelfinerAudioProcessor.h"
 
 #include <cmath>
@@ -68,9 +70,12 @@ FilterFile::Status FilterFile::read (juce::InputStream& in, Signal32& taps, doub
 
 FilterFile::Status FilterFile::read (juce::File const& file, Signal32& taps, double& rate)
 {
-    juce::FileInputStream in (file);
-    if (!in.openedOk())
+    // Far more than any filter we write (64 channels of a transform at 384 kHz), and a bound on
+    // what a link to a device could feed us.
+    constexpr std::size_t mostBytes = 64 * 1024 * 1024;
+    juce::MemoryBlock data;
+    if (!regularFile::read (file, mostBytes, data))
         return Status::unreadable;
-    juce::BufferedInputStream buffered (in, 32768);
-    return read (buffered, taps, rate);
+    juce::MemoryInputStream in (data, false);
+    return read (in, taps, rate);
 }
