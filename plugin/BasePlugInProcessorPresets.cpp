@@ -45,7 +45,9 @@ bool BasePlugInProcessor::importFromPresetData (const void* data, std::size_t si
 bool BasePlugInProcessor::importPreset (std::unique_ptr<juce::XmlElement> document,
                                         const juce::String& name)
 {
-    if (document == nullptr)
+    // Only our own kind of document: another program's XML that happens to hold a
+    // "ParameterSettings" element is not a preset.
+    if (document == nullptr || !document->hasTagName ("Preset"))
         return false;
     auto* settings = document->getChildByName ("ParameterSettings");
     if (settings == nullptr)
@@ -96,7 +98,19 @@ void BasePlugInProcessor::scanPresets()
     {
         juce::ValueTree folder ("PresetFolder");
         folder.setProperty ("Name", names[f], nullptr);
-        auto files = folders[f].findChildFiles (juce::File::findFiles, true, "*.xml");
+        // Every instance scans at start: links that lead back up the tree (a folder linked into
+        // itself twice made the walk exponential and the host's constructor never returned)
+        // are not followed, and no menu shows more than this many presets anyway.
+        constexpr int mostPresets = 4096;
+        juce::Array<juce::File> files;
+        for (auto const& entry :
+             juce::RangedDirectoryIterator (folders[f], true, "*.xml", juce::File::findFiles,
+                                            juce::File::FollowSymlinks::noCycles))
+        {
+            files.add (entry.getFile());
+            if (files.size() >= mostPresets)
+                break;
+        }
         files.sort();
         for (auto const& presetFile : files)
         {

@@ -1,125 +1,272 @@
 #include "UntrustedXml.h"
 
-#include <algorithm>
-#include <cctype>
+#include "RegularFile.h"
+
 #include <cstring>
-#include <string>
+#include <vector>
+
+// XML from outside is read here, by a reader of our own: JUCE's recurses once per level of
+// nesting (a stray quote was enough to hide the depth from a check made beside it), loops on
+// processing instructions inside elements and steps past its buffer on unterminated
+// references. This one keeps its open elements on a list, takes well-formed XML only, and
+// builds the same elements JUCE's would for it.
 
 namespace
 {
-/** The deepest nesting of elements, counted without parsing: comments, processing
-    instructions, declarations and CDATA are skipped, and quoted attribute values are passed
-    over. Returns more than the limit as soon as it is exceeded. */
-int nestingDepth (const char* text, std::size_t size)
+bool isSpace (char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+bool isNameStart (char c)
 {
-    int depth = 0, deepest = 0;
-    const auto startsWith = [&] (std::size_t at, const char* prefix)
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':';
+}
+
+bool isNameChar (char c)
+{
+    return isNameStart (c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
+}
+
+class Reader
+{
+public:
+    Reader (const char* data, std::size_t size) : p (data), end (data + size) {}
+
+    std::unique_ptr<juce::XmlElement> read()
+    {
+        if (startsWith ("\xEF\xBB\xBF"))
+            p += 3;
+        skipSpace();
+        if (startsWith ("<?xml") && p + 5 < end && (isSpace (p[5]) || p[5] == '?'))
+            if (!skipPast ("?>"))
+                return nullptr;
+        if (!skipMisc() || !startsWith ("<") || !readDocumentElement() || !skipMisc() || p != end)
+            return nullptr;
+        return std::move (root);
+    }
+
+private:
+    bool startsWith (const char* prefix) const
     {
         const auto length = std::strlen (prefix);
-        return at + length <= size && std::memcmp (text + at, prefix, length) == 0;
-    };
-    const auto skipPast = [&] (std::size_t at, const char* end)
-    {
-        const auto length = std::strlen (end);
-        for (; at + length <= size; ++at)
-            if (std::memcmp (text + at, end, length) == 0)
-                return at + length;
-        return size;
-    };
-    for (std::size_t i = 0; i < size;)
-    {
-        if (text[i] != '<')
-        {
-            ++i;
-            continue;
-        }
-        if (startsWith (i, "<!--"))
-            i = skipPast (i, "-->");
-        else if (startsWith (i, "<![CDATA["))
-            i = skipPast (i, "]]>");
-        else if (startsWith (i, "<?") || startsWith (i, "<!"))
-            i = skipPast (i, ">");
-        else if (startsWith (i, "</"))
-        {
-            --depth;
-            i = skipPast (i, ">");
-        }
-        else
-        {
-            // An opening tag: find its end outside quotes; "/>" closes it at once.
-            char quote = 0;
-            std::size_t j = i + 1;
-            for (; j < size; ++j)
-            {
-                if (quote != 0)
-                    quote = text[j] == quote ? 0 : quote;
-                else if (text[j] == '"' || text[j] == '\'')
-                    quote = text[j];
-                else if (text[j] == '>')
-                    break;
-            }
-            const bool selfClosing = j < size && j > i && text[j - 1] == '/';
-            if (!selfClosing)
-                deepest = std::max (deepest, ++depth);
-            if (deepest > untrustedXml::maximumDepth)
-                return deepest;
-            i = j + 1;
-        }
+        return static_cast<std::size_t> (end - p) >= length && std::memcmp (p, prefix, length) == 0;
     }
-    return deepest;
-}
 
-/** Processing instructions other than a leading XML declaration. JUCE's reader loops forever on
-    one inside an element followed by text ("<a><?x?>8</a>"); no file of ours has any. */
-bool hasInnerProcessingInstruction (const char* text, std::size_t size)
-{
-    std::size_t start = 0;
-    while (start < size
-           && (std::isspace (static_cast<unsigned char> (text[start])) != 0
-               || static_cast<unsigned char> (text[start]) >= 0xEF))
-        ++start; // white space and a byte-order mark
-    if (start + 5 <= size && std::memcmp (text + start, "<?xml", 5) == 0)
-        start += 5;
-    for (std::size_t i = start; i + 1 < size; ++i)
-        if (text[i] == '<' && text[i + 1] == '?')
-            return true;
-    return false;
-}
-
-/** True when every '&' starts one of the five named references or a numeric one of a valid
-    code point, and no document type is declared. JUCE's reader steps past the end of its buffer
-    on an unterminated "&#x", and a declared entity is expanded from the document type (which
-    may name a file to read); what our writers produce never needs either. */
-bool referencesAreWellFormed (const char* text, std::size_t size)
-{
-    const auto isHex = [] (char c) { return std::isxdigit (static_cast<unsigned char> (c)) != 0; };
-    const auto isDigit = [] (char c) { return std::isdigit (static_cast<unsigned char> (c)) != 0; };
-    for (std::size_t i = 0; i < size; ++i)
+    bool skipPast (const char* terminator)
     {
-        if (text[i] == '<' && i + 9 <= size && std::strncmp (text + i, "<!DOCTYPE", 9) == 0)
+        const auto length = std::strlen (terminator);
+        for (; static_cast<std::size_t> (end - p) >= length; ++p)
+            if (std::memcmp (p, terminator, length) == 0)
+            {
+                p += length;
+                return true;
+            }
+        return false;
+    }
+
+    void skipSpace()
+    {
+        while (p < end && isSpace (*p))
+            ++p;
+    }
+
+    /** White space and comments; a document type or processing instruction is refused. */
+    bool skipMisc()
+    {
+        for (skipSpace(); startsWith ("<!--"); skipSpace())
+            if (!skipPast ("-->"))
+                return false;
+        return !startsWith ("<?") && !startsWith ("<!");
+    }
+
+    bool readName (juce::String& name)
+    {
+        if (p >= end || !isNameStart (*p))
             return false;
-        if (text[i] != '&')
-            continue;
-        // The longest reference we accept, "&#1114111;", is ten bytes long.
-        const auto semicolon = static_cast<const char*> (
-            std::memchr (text + i, ';', std::min<std::size_t> (size - i, 10)));
+        const char* start = p;
+        while (p < end && isNameChar (*p))
+            ++p;
+        name = juce::String (start, static_cast<std::size_t> (p - start));
+        return true;
+    }
+
+    /** One reference after its '&': the five named ones and numeric ones of a valid code
+        point. */
+    bool readReference (juce::String& text)
+    {
+        const auto* semicolon = static_cast<const char*> (std::memchr (
+            p, ';', static_cast<std::size_t> (std::min<std::ptrdiff_t> (end - p, 10))));
         if (semicolon == nullptr)
             return false;
-        const std::string name (text + i + 1, semicolon);
-        if (name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos")
-            continue;
+        const std::string name (p, semicolon);
+        p = semicolon + 1;
+        static const std::pair<const char*, char> named[] = {{"amp", '&'},
+                                                             {"lt", '<'},
+                                                             {"gt", '>'},
+                                                             {"quot", '"'},
+                                                             {"apos", '\''}};
+        for (auto const& [key, character] : named)
+            if (name == key)
+            {
+                text << character;
+                return true;
+            }
         if (name.size() < 2 || name[0] != '#')
             return false;
-        const bool hex = name[1] == 'x' || name[1] == 'X';
+        const bool hex = name[1] == 'x';
         const auto digits = name.substr (hex ? 2 : 1);
-        if (digits.empty() || !std::all_of (digits.begin(), digits.end(), hex ? isHex : isDigit))
+        if (digits.empty() || digits.size() > 7)
             return false;
-        const auto code = std::stoul (digits, nullptr, hex ? 16 : 10);
+        juce::uint32 code = 0;
+        for (const char c : digits)
+        {
+            const int digit = c >= '0' && c <= '9'          ? c - '0'
+                              : hex && c >= 'a' && c <= 'f' ? c - 'a' + 10
+                              : hex && c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                                            : -1;
+            if (digit < 0)
+                return false;
+            code = code * (hex ? 16u : 10u) + static_cast<juce::uint32> (digit);
+        }
         if (code == 0 || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
             return false;
+        text << juce::String::charToString (static_cast<juce::juce_wchar> (code));
+        return true;
     }
-    return true;
-}
+
+    /** Characters up to a delimiter, references decoded; false on a stray '<' or a bad
+        reference. */
+    bool readCharacters (juce::String& text, char delimiter)
+    {
+        while (p < end && *p != delimiter)
+        {
+            if (*p == '&')
+            {
+                ++p;
+                if (!readReference (text))
+                    return false;
+                continue;
+            }
+            if (*p == '<')
+                return false;
+            const char* start = p;
+            while (p < end && *p != delimiter && *p != '&' && *p != '<')
+                ++p;
+            text += juce::String::fromUTF8 (start, static_cast<int> (p - start));
+        }
+        return p < end;
+    }
+
+    /** A start tag after its '<'; closed says whether it ended with "/>". */
+    std::unique_ptr<juce::XmlElement> readStartTag (bool& closed)
+    {
+        juce::String name;
+        if (!readName (name))
+            return nullptr;
+        auto element = std::make_unique<juce::XmlElement> (name);
+        for (;;)
+        {
+            const bool spaced = p < end && isSpace (*p);
+            skipSpace();
+            if (startsWith ("/>") || startsWith (">"))
+            {
+                closed = *p == '/';
+                p += closed ? 2 : 1;
+                return element;
+            }
+            juce::String attribute, value;
+            if (!spaced || !readName (attribute) || element->hasAttribute (attribute))
+                return nullptr;
+            skipSpace();
+            if (p >= end || *p != '=')
+                return nullptr;
+            ++p;
+            skipSpace();
+            if (p >= end || (*p != '"' && *p != '\''))
+                return nullptr;
+            const char quote = *p++;
+            if (!readCharacters (value, quote))
+                return nullptr;
+            ++p;
+            element->setAttribute (attribute, value);
+        }
+    }
+
+    bool readDocumentElement()
+    {
+        // The open elements, innermost last; each is owned by its parent (the first by root).
+        std::vector<juce::XmlElement*> open;
+        juce::String text;
+        const auto flushText = [&]
+        {
+            if (text.containsNonWhitespaceChars())
+                open.back()->addChildElement (juce::XmlElement::createTextElement (text));
+            text.clear();
+        };
+        do
+        {
+            if (p >= end)
+                return false;
+            if (startsWith ("<!--"))
+            {
+                p += 4;
+                if (!skipPast ("-->"))
+                    return false;
+            }
+            else if (startsWith ("<![CDATA["))
+            {
+                flushText();
+                p += 9;
+                const char* start = p;
+                if (!skipPast ("]]>"))
+                    return false;
+                open.back()->addChildElement (juce::XmlElement::createTextElement (
+                    juce::String::fromUTF8 (start, static_cast<int> (p - 3 - start))));
+            }
+            else if (startsWith ("</"))
+            {
+                p += 2;
+                juce::String name;
+                if (open.empty() || !readName (name) || name != open.back()->getTagName())
+                    return false;
+                skipSpace();
+                if (p >= end || *p != '>')
+                    return false;
+                ++p;
+                flushText();
+                open.pop_back();
+            }
+            else if (startsWith ("<"))
+            {
+                if (!open.empty())
+                    flushText();
+                ++p;
+                bool closed = false;
+                auto element = readStartTag (closed);
+                if (element == nullptr)
+                    return false;
+                auto* raw = element.get();
+                if (open.empty())
+                    root = std::move (element);
+                else
+                    open.back()->addChildElement (element.release());
+                if (!closed)
+                {
+                    if (static_cast<int> (open.size()) >= untrustedXml::maximumDepth)
+                        return false;
+                    open.push_back (raw);
+                }
+            }
+            else if (!readCharacters (text, '<'))
+            {
+                return false;
+            }
+        } while (!open.empty());
+        return true;
+    }
+
+    const char* p;
+    const char* end;
+    std::unique_ptr<juce::XmlElement> root;
+};
 } // namespace
 
 std::unique_ptr<juce::XmlElement> parseUntrustedXml (const void* data, std::size_t size)
@@ -130,19 +277,13 @@ std::unique_ptr<juce::XmlElement> parseUntrustedXml (const void* data, std::size
     if (std::memchr (text, 0, size) != nullptr
         || !juce::CharPointer_UTF8::isValidString (text, static_cast<int> (size)))
         return nullptr;
-    if (nestingDepth (text, size) > untrustedXml::maximumDepth
-        || hasInnerProcessingInstruction (text, size) || !referencesAreWellFormed (text, size))
-        return nullptr;
-    return juce::parseXML (juce::String::fromUTF8 (text, static_cast<int> (size)));
+    return Reader (text, size).read();
 }
 
 std::unique_ptr<juce::XmlElement> parseUntrustedXml (const juce::File& file)
 {
-    if (!file.existsAsFile()
-        || file.getSize() > static_cast<juce::int64> (untrustedXml::maximumBytes))
-        return nullptr;
     juce::MemoryBlock data;
-    if (!file.loadFileAsData (data))
+    if (!regularFile::read (file, untrustedXml::maximumBytes, data))
         return nullptr;
     return parseUntrustedXml (data.getData(), data.getSize());
 }

@@ -4,15 +4,15 @@
 
 #include <memory>
 
-/** XML from outside (preset files, host states) is parsed only after the checks JUCE's reader
-    does not make: a size limit, a nesting limit (the reader recurses once per level, so a deep
-    document overflows the stack) and valid UTF-8 without NUL (after an invalid lead byte the
-    reader steps past the end of its buffer), no processing instruction past the declaration
-    (one inside an element sends the reader into an endless loop), and only well-formed character
-    references with no document type (an unterminated "&#x" sends the reader past its buffer).
-    Null when a check fails or the text is not XML. Any thread. */
+/** XML from outside (preset files, host states): well-formed XML only, within a size and a
+    nesting limit, in valid UTF-8 without NUL, with no document type, no processing instruction
+    past the declaration and only the five named and numeric character references. Read by a
+    reader that keeps its open elements on a list instead of recursing (JUCE's recurses once
+    per level and has tripped over stray quotes, processing instructions and unterminated
+    references), into the elements JUCE's reader would make of it. Null when it is not such a
+    document. Any thread. */
 std::unique_ptr<juce::XmlElement> parseUntrustedXml (const void* data, std::size_t size);
-/** The same for a file, which is not read at all when it is larger than the limit. */
+/** The same for a file: only a regular file, and never more than the limit is read. */
 std::unique_ptr<juce::XmlElement> parseUntrustedXml (const juce::File& file);
 
 namespace untrustedXml
