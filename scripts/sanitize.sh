@@ -41,11 +41,12 @@ failed=()
 for target in StateFuzzer PresetFuzzer FilterFileFuzzer AudioFileFuzzer LicenceFuzzer; do
     # Runs chosen for about a minute each on a 2-core VM (the state target builds a whole
     # processor per input).
+    dictionary=()
     case $target in
-        StateFuzzer) seeds=$root/tests/fuzz/corpus/state runs=6000 ;;
-        PresetFuzzer) seeds=$root/tests/fuzz/corpus/preset runs=300000 ;;
+        StateFuzzer) seeds=$root/tests/fuzz/corpus/state runs=6000 dictionary=(-dict="$root/tests/fuzz/dict/state.dict") ;;
+        PresetFuzzer) seeds=$root/tests/fuzz/corpus/preset runs=300000 dictionary=(-dict="$root/tests/fuzz/dict/xml.dict") ;;
         FilterFileFuzzer) seeds=$root/tests/fuzz/corpus/filter runs=1500000 ;;
-        AudioFileFuzzer) seeds=$root/tests/fuzz/corpus/audio runs=50000 ;;
+        AudioFileFuzzer) seeds=$root/tests/fuzz/corpus/audio runs=50000 dictionary=(-dict="$root/tests/fuzz/dict/audio.dict") ;;
         LicenceFuzzer) seeds=$root/tests/fuzz/corpus/licence runs=200000 ;;
     esac
     if [ -n "$seconds" ]; then
@@ -57,7 +58,7 @@ for target in StateFuzzer PresetFuzzer FilterFileFuzzer AudioFileFuzzer LicenceF
     echo "-- $target"
     # New inputs go to a scratch folder; a crash leaves its input in the build folder.
     if ! (cd "$sanitize_dir" && "./tests/fuzz/$target" "$found" "$seeds" "${bound[@]}" \
-        -timeout=20 -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 \
+        -timeout=20 -rss_limit_mb=2048 -max_len=65536 -print_final_stats=1 "${dictionary[@]}" \
         > "$target.log" 2>&1); then
         failed+=("$target")
         # The finding, its first frames and the input, without the shadow-memory map.
