@@ -2,6 +2,9 @@
 
 #include "CommandLine.h"
 
+#include <cstdlib>
+#include <sys/stat.h>
+
 namespace
 {
 juce::File withExtension (juce::File const& file, juce::String const& extension)
@@ -87,11 +90,35 @@ std::vector<BatchItem> planBatch (std::vector<std::string> const& inputs, juce::
     return items;
 }
 
+namespace
+{
+/** Where a path leads, with every link in it followed: the real folder and the name in it (a
+    file that does not exist yet has no identity of its own, but its folder does). */
+juce::String resolved (juce::File const& file)
+{
+    char* real = ::realpath (file.getParentDirectory().getFullPathName().toRawUTF8(), nullptr);
+    const juce::String folder = real != nullptr ? juce::String::fromUTF8 (real)
+                                                : file.getParentDirectory().getFullPathName();
+    std::free (real);
+    return folder + "/" + file.getLinkedTarget().getFileName();
+}
+} // namespace
+
+bool sameFile (juce::File const& a, juce::File const& b)
+{
+    // Two existing paths are one file when they lead to one inode, whatever links, folders
+    // linked elsewhere, hard links or /proc/self paths lie between.
+    struct stat first = {}, second = {};
+    if (::stat (a.getFullPathName().toRawUTF8(), &first) == 0
+        && ::stat (b.getFullPathName().toRawUTF8(), &second) == 0)
+        return first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+    return resolved (a) == resolved (b);
+}
+
 juce::String checkOutputs (juce::Array<juce::File> const& reads,
                            juce::Array<juce::File> const& writes, bool force)
 {
-    const auto same = [] (juce::File const& a, juce::File const& b)
-    { return a.getLinkedTarget().getFullPathName() == b.getLinkedTarget().getFullPathName(); };
+    const auto same = [] (juce::File const& a, juce::File const& b) { return sameFile (a, b); };
     for (int i = 0; i < writes.size(); ++i)
     {
         for (auto const& read : reads)

@@ -28,6 +28,10 @@ std::vector<BatchItem> planBatch (std::vector<std::string> const& inputs, juce::
                                   bool recursive, bool wantsPlot, bool wantsFilter,
                                   juce::String const& extension = {});
 
+/** Whether two paths name one file: by device and inode when both exist, else by the real
+    folder they lead to and the name in it. Any thread. */
+bool sameFile (juce::File const& a, juce::File const& b);
+
 /** What stops a run before anything is written: an output that is also something the run reads
     (never allowed, --force or not), two results bound for one file, or an existing file without
     --force. Empty when all is well. */

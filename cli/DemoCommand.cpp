@@ -15,6 +15,8 @@ public:
         app = parent.add_subcommand ("demo", "make a muffled test recording and correct it");
         app->add_option ("-o,--output", folder, "where to write (default: ./kelfiner-demo)");
         app->add_option ("--target", settings.target, "target profile (default: music)");
+        app->add_flag ("-f,--force", force,
+                       "replace files of the same names that an earlier demo did not make");
     }
 
     int run() override
@@ -29,15 +31,28 @@ public:
             return 1;
         }
         const auto input = out.getChildFile ("muffled.wav");
-        if (!writeDemoInput (input))
+        const auto output = out.getChildFile ("corrected.wav");
+        job.plot = out.getChildFile ("correction.png");
+        // A folder an earlier demo made (it leaves a mark) gets its files made again; in any
+        // other, files of these names are someone's and stay unless --force says otherwise.
+        const auto mark = out.getChildFile (".kelfiner-demo");
+        if (!force && !mark.existsAsFile())
+            for (auto const& file : {input, output, job.plot})
+                if (file.exists())
+                {
+                    printError ("demo: " + file.getFullPathName()
+                                + " exists and was not made by a demo (use --force to replace "
+                                  "it, or another folder)");
+                    return 2;
+                }
+        juce::TemporaryFile made (input);
+        if (!mark.replaceWithText ("made by kelfiner demo\n") || !writeDemoInput (made.getFile())
+            || !made.overwriteTargetFileWithTemporary())
         {
             printError ("cannot write " + input.getFullPathName());
             return 1;
         }
-        // The demo's own files are made again on every run.
         job.force = true;
-        job.plot = out.getChildFile ("correction.png");
-        const auto output = out.getChildFile ("corrected.wav");
         OfflineJob run (job, input, output);
         const auto result = run.run ([] (const char*, double) {});
         if (!result.ok)
@@ -54,6 +69,7 @@ public:
 
 private:
     std::string folder = "kelfiner-demo";
+    bool force = false;
     SettingsOptions settings;
 };
 } // namespace

@@ -1,5 +1,7 @@
 #include "OfflineJob.h"
 
+#include "RegularFile.h"
+
 #include "AudioInput.h"
 #include "FilterFile.h"
 #include "InterruptCleanup.h"
@@ -479,10 +481,17 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
             return pending.writer->writeFromAudioSampleBuffer (buffer, 0, count);
         });
     pending.writer.reset(); // finishes the file (not every format's writer can flush before that)
-    if (!written || pending.temporary->getFile().getSize() <= 0)
+    // What a writer leaves unwritten when its stream is closed (the last block, the header)
+    // fails silently: the file is read back, and must hold every sample it was given.
     {
-        result.error = "write failed (disk full?): " + output.getFullPathName();
-        return result;
+        juce::String unreadable;
+        const auto check = openReader (pending.temporary->getFile(), unreadable);
+        if (!written || check == nullptr || check->lengthInSamples != length
+            || check->numChannels != reader->numChannels)
+        {
+            result.error = "write failed (disk full?): " + output.getFullPathName();
+            return result;
+        }
     }
 
     // Every output of a file is made beside its place first and moved there only when all of
@@ -530,19 +539,24 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         }
     }
     const InterruptDeferral moving;
-    if (!pending.temporary->overwriteTargetFileWithTemporary())
+    juce::String whyNot;
+    if (!regularFile::moveIntoPlace (pending.temporary->getFile(), output, settings.force, &whyNot))
     {
-        result.error = "cannot replace " + output.getFullPathName();
+        result.error = output.getFullPathName() + " " + whyNot;
         return result;
     }
-    if (filterTemporary != nullptr && !filterTemporary->overwriteTargetFileWithTemporary())
+    if (filterTemporary != nullptr
+        && !regularFile::moveIntoPlace (filterTemporary->getFile(), settings.saveFilter,
+                                        settings.force, &whyNot))
     {
-        result.error = "cannot replace " + settings.saveFilter.getFullPathName();
+        result.error = settings.saveFilter.getFullPathName() + " " + whyNot;
         return result;
     }
-    if (plotTemporary != nullptr && !plotTemporary->overwriteTargetFileWithTemporary())
+    if (plotTemporary != nullptr
+        && !regularFile::moveIntoPlace (plotTemporary->getFile(), settings.plot, settings.force,
+                                        &whyNot))
     {
-        result.error = "cannot replace " + settings.plot.getFullPathName();
+        result.error = settings.plot.getFullPathName() + " " + whyNot;
         return result;
     }
     result.ok = true;

@@ -1,5 +1,7 @@
 #include "Plot.h"
 
+#include "RegularFile.h"
+
 #include "InterruptCleanup.h"
 
 #include <juce_graphics/juce_graphics.h>
@@ -198,13 +200,8 @@ bool drawPlot (juce::File const& file, PlotData const& data)
     g.drawText ("Kelfiner", juce::Rectangle<float> (plot.getRight() - 120.0f, 32.0f, 120.0f, 20.0f),
                 juce::Justification::centredRight);
 
-    juce::TemporaryFile temporary (file);
-    const InterruptCleanup cleanup (temporary.getFile());
-    {
-        juce::FileOutputStream stream (temporary.getFile());
-        juce::PNGImageFormat png;
-        if (!stream.openedOk() || !png.writeImageToStream (image, stream))
-            return false;
-    }
-    return temporary.overwriteTargetFileWithTemporary();
+    juce::MemoryOutputStream encoded;
+    juce::PNGImageFormat png;
+    return png.writeImageToStream (image, encoded)
+           && regularFile::writeWhole (file, encoded.getData(), encoded.getDataSize());
 }

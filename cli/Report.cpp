@@ -1,5 +1,7 @@
 #include "Report.h"
 
+#include "RegularFile.h"
+
 #include "InterruptCleanup.h"
 #include "Profiles.h"
 
@@ -160,11 +162,13 @@ bool JsonReport::write (juce::File const& file, juce::String& error) const
     root->setProperty ("files", files);
     juce::TemporaryFile temporary (file);
     const InterruptCleanup cleanup (temporary.getFile());
-    if (!temporary.getFile().replaceWithText (juce::JSON::toString (juce::var (root), false, 2)
-                                              + "\n")
-        || !temporary.overwriteTargetFileWithTemporary())
+    const auto text = juce::JSON::toString (juce::var (root), false, 2) + "\n";
+    juce::String whyNot;
+    if (!regularFile::writeWhole (temporary.getFile(), text.toRawUTF8(), text.getNumBytesAsUTF8(),
+                                  &whyNot)
+        || !regularFile::moveIntoPlace (temporary.getFile(), file, true, &whyNot))
     {
-        error = "cannot write the report " + file.getFullPathName();
+        error = "cannot write the report " + file.getFullPathName() + ": " + whyNot;
         return false;
     }
     return true;

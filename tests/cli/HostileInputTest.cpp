@@ -1,5 +1,7 @@
 // Hostile files as users and attackers hand them to the tool (and, through the same readers,
 // to every plug-in instance): each is refused at once with a message, nothing hangs or crashes.
+#include "RegularFile.h"
+#include "TestSignals.h"
 #include "ToolHelpers.h"
 
 #include <gtest/gtest.h>
@@ -113,4 +115,82 @@ TEST (HostileInput, PresetsThatAreNotPresetsAreRefused)
     file.replaceWithText ("<Other><ParameterSettings><Parameter id=\"4\" value=\"-3\"/>"
                           "</ParameterSettings></Other>");
     EXPECT_EQ (kelfinerWithin ({"info", file.getFullPathName()}, 20000).exitCode, 1);
+}
+
+// An output that leads to an input by another path (a linked folder, /proc/self/root, a link as
+// the filter) is still the input: refused, --force or not. The demo replaces only what an earlier
+// demo made.
+TEST (HostileInput, NoPathToAnInputIsAnOutput)
+{
+    const Folder files;
+    const auto input = files ("in.wav");
+    writeWav (input, vesk::test::whiteNoise (1, 9600, 3), 48000, 16);
+    const auto before = input.loadFileAsString();
+    const auto folderLink = files ("linked");
+    ASSERT_TRUE (files ("x").getParentDirectory().createSymbolicLink (folderLink, true));
+    const auto fileLink = files ("in-link.filter");
+    ASSERT_TRUE (input.createSymbolicLink (fileLink, true));
+    const auto in = input.getFullPathName();
+    const juce::StringArray runs[] = {
+        {"process", in, "-o", folderLink.getChildFile ("in.wav").getFullPathName(), "--force"},
+        {"process", in, "-o", "/proc/self/root" + in, "--force"},
+        {"process", in, "-o", files ("out.wav").getFullPathName(), "--save-filter",
+         fileLink.getFullPathName(), "--force"},
+        {"learn", in, "-o", fileLink.getFullPathName(), "--force"}};
+    for (auto const& args : runs)
+    {
+        const auto run = kelfinerWithin (args, 60000);
+        EXPECT_EQ (run.exitCode, 2) << args.joinIntoString (" ") << "\n" << run.output;
+        EXPECT_TRUE (run.output.contains ("is read by this run")) << run.output;
+    }
+    EXPECT_EQ (input.loadFileAsString(), before);
+
+    const auto demo = files ("demo");
+    demo.createDirectory();
+    demo.getChildFile ("corrected.wav").replaceWithText ("mine");
+    EXPECT_EQ (kelfinerWithin ({"demo", "-o", demo.getFullPathName()}, 60000).exitCode, 2);
+    EXPECT_EQ (demo.getChildFile ("corrected.wav").loadFileAsString(), "mine");
+    EXPECT_EQ (kelfinerWithin ({"demo", "-o", demo.getFullPathName(), "--force"}, 60000).exitCode,
+               0);
+    EXPECT_EQ (kelfinerWithin ({"demo", "-o", demo.getFullPathName()}, 60000).exitCode, 0)
+        << "its own files are made again";
+}
+
+// A disk that fills up while a result is written (here a limit on file sizes, which fails the
+// same writes) leaves the good file that was there, and says so; what appeared at an output's
+// place while a run was writing it is never replaced without --force.
+TEST (HostileInput, AFullDiskReplacesNothing)
+{
+    const Folder files;
+    const auto input = files ("in.wav");
+    writeWav (input, vesk::test::whiteNoise (2, 96000, 4), 48000, 24);
+    const auto output = files ("out.wav");
+    output.replaceWithText ("a good file");
+    // Blocks of 512 bytes: the result (over 500 kB) cannot be written whole.
+    const auto command = juce::String ("trap '' XFSZ; ulimit -f 200; exec '") + KELFINER_TOOL
+                         + "' process '" + input.getFullPathName() + "' -o '"
+                         + output.getFullPathName() + "' --force --plot '"
+                         + files ("plot.png").getFullPathName() + "'";
+    juce::ChildProcess child;
+    ASSERT_TRUE (child.start (juce::StringArray{"sh", "-c", command},
+                              juce::ChildProcess::wantStdOut | juce::ChildProcess::wantStdErr));
+    const auto text = child.readAllProcessOutput();
+    ASSERT_TRUE (child.waitForProcessToFinish (60000));
+    EXPECT_EQ (child.getExitCode(), 1u) << text;
+    EXPECT_TRUE (text.contains ("disk full")) << text;
+    EXPECT_EQ (output.loadFileAsString(), "a good file");
+    EXPECT_FALSE (files ("plot.png").exists());
+
+    const auto finished = files ("finished.tmp");
+    finished.replaceWithText ("new");
+    const auto place = files ("taken.txt");
+    place.replaceWithText ("first");
+    juce::String whyNot;
+    EXPECT_FALSE (regularFile::moveIntoPlace (finished, place, false, &whyNot));
+    EXPECT_TRUE (whyNot.contains ("another run")) << whyNot;
+    EXPECT_EQ (place.loadFileAsString(), "first");
+    EXPECT_TRUE (regularFile::moveIntoPlace (finished, place, true));
+    EXPECT_EQ (place.loadFileAsString(), "new");
+    EXPECT_FALSE (regularFile::writeWhole (juce::File ("/dev/full"), "x", 1, &whyNot));
+    EXPECT_TRUE (whyNot.contains ("disk full")) << whyNot;
 }
