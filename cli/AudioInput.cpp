@@ -1,5 +1,6 @@
 #include "AudioInput.h"
 
+#include "FlacFormat.h"
 #include "Mp3Format.h"
 #include "RegularFile.h"
 
@@ -15,11 +16,15 @@ constexpr unsigned maximumChannels = 8;
 /** How many samples per channel `bytes` bytes can hold at the most: exactly what the size allows
     for uncompressed formats; for compressed ones a generous bound (4096 samples per byte,
     beyond what FLAC reaches even on digital silence). */
+bool uncompressed (juce::AudioFormatReader const& reader)
+{
+    return reader.getFormatName().containsIgnoreCase ("WAV")
+           || reader.getFormatName().containsIgnoreCase ("AIFF");
+}
+
 juce::int64 mostSamplesIn (juce::AudioFormatReader const& reader, juce::int64 bytes)
 {
-    const bool uncompressed = reader.getFormatName().containsIgnoreCase ("WAV")
-                              || reader.getFormatName().containsIgnoreCase ("AIFF");
-    if (uncompressed)
+    if (uncompressed (reader))
     {
         const auto frameBytes = static_cast<juce::int64> (reader.numChannels)
                                 * std::max (1u, reader.bitsPerSample / 8u);
@@ -38,6 +43,8 @@ struct HeaderClaims
     int channels = 0;            ///< from a WAV format chunk; 0 when there is none
     juce::String oversizedChunk; ///< the first chunk claiming more than the file holds
     juce::int64 oversizedBytes = 0;
+    bool container = false;  ///< a WAV or AIFF container was recognised
+    bool soundChunk = false; ///< and its walk reached the sound data ("data", "SSND")
 };
 
 /** Walks the chunks of a RIFF/RF64 WAVE or FORM AIFF/AIFC file of `bytes` bytes as JUCE's
@@ -67,6 +74,7 @@ HeaderClaims readHeaderClaims (juce::InputStream& stream, juce::int64 bytes)
         stream.setPosition (start);
         return claims;
     }
+    claims.container = true;
     const auto named = [&]
     { return std::all_of (id, id + 4, [] (char c) { return c >= 0x20 && c <= 0x7e; }); };
     // Every chunk moves on by at least its eight header bytes.
@@ -74,6 +82,8 @@ HeaderClaims readHeaderClaims (juce::InputStream& stream, juce::int64 bytes)
     {
         const auto size =
             static_cast<juce::uint32> (wav ? stream.readInt() : stream.readIntBigEndian());
+        if (is ("data") || is ("SSND"))
+            claims.soundChunk = true;
         if (size > bytes - stream.getPosition())
         {
             // Sound data may run past the end of a file cut short (refused later, by its
@@ -94,7 +104,11 @@ HeaderClaims readHeaderClaims (juce::InputStream& stream, juce::int64 bytes)
                 std::max<int> (claims.channels, static_cast<juce::uint16> (stream.readShort()));
             stream.setPosition (chunkStart);
         }
-        if (!stream.setPosition (stream.getPosition() + size + (wav ? (size & 1u) : 0u)))
+        // WAV pads a chunk of odd size; JUCE's AIFF reader aligns the next chunk to an even
+        // position in the file instead.
+        auto next = stream.getPosition() + size;
+        next += wav ? (size & 1u) : (next & 1);
+        if (!stream.setPosition (next))
             break;
     }
     stream.setPosition (start);
@@ -102,14 +116,14 @@ HeaderClaims readHeaderClaims (juce::InputStream& stream, juce::int64 bytes)
 }
 } // namespace
 
-int silenceNonFinite (juce::AudioBuffer<float>& buffer)
+int silenceNonFinite (juce::AudioBuffer<float>& buffer, float largest)
 {
     int silenced = 0;
     for (int c = 0; c < buffer.getNumChannels(); ++c)
     {
         float* samples = buffer.getWritePointer (c);
         for (int n = 0; n < buffer.getNumSamples(); ++n)
-            if (!std::isfinite (samples[n]))
+            if (!(std::abs (samples[n]) <= largest))
                 samples[n] = 0.0f, ++silenced;
     }
     return silenced;
@@ -132,9 +146,18 @@ std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::Input
                 + juce::String (bytes) + " bytes (cut short or damaged)";
         return nullptr;
     }
+    if (claims.container && !claims.soundChunk)
+    {
+        // Without one, JUCE's readers read samples from wherever an unset offset points.
+        error = "the header of " + name + " leads to no sound data (cut short or damaged)";
+        return nullptr;
+    }
     juce::AudioFormatManager formats;
-    formats.registerBasicFormats();
-    formats.registerFormat (new Mp3Format(), false); // tried last: it searches for frames
+    formats.registerFormat (new juce::WavAudioFormat(), true);
+    formats.registerFormat (new juce::AiffAudioFormat(), false);
+    formats.registerFormat (new FlacFormat(), false); // ours: damage shows, claims are not believed
+    formats.registerFormat (new juce::OggVorbisAudioFormat(), false);
+    formats.registerFormat (new Mp3Format(), false); // only where the content says MP3
     std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (std::move (stream)));
     if (reader == nullptr)
         error = "not an audio file this tool reads (WAV, AIFF, FLAC, Ogg Vorbis, MP3): " + name;
@@ -144,11 +167,19 @@ std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::Input
         error = "unsupported channel count or sample rate: " + name;
         reader.reset();
     }
-    else if (reader->bitsPerSample < 8 || reader->bitsPerSample > 64)
+    else if (reader->bitsPerSample < 8 || reader->bitsPerSample > 64
+             || (uncompressed (*reader) && reader->bitsPerSample % 8 != 0))
     {
-        // A header claiming less than a byte a sample made JUCE's AIFF reader divide by zero.
+        // A header claiming less than a byte a sample made JUCE's AIFF reader divide by zero;
+        // its WAV and AIFF readers leave samples of 12, 20, 28 or 33 bits unwritten (what came
+        // out was whatever the memory held).
         error =
             "unsupported sample size (" + juce::String (reader->bitsPerSample) + " bits): " + name;
+        reader.reset();
+    }
+    else if (reader->lengthInSamples <= 0)
+    {
+        error = name + " holds no audio";
         reader.reset();
     }
     else if (const auto most = mostSamplesIn (*reader, bytes); reader->lengthInSamples > most)
@@ -194,7 +225,7 @@ double rmsLevelDb (juce::AudioFormatReader& reader)
         {
             const float* samples = buffer.getReadPointer (c);
             for (int n = 0; n < count; ++n)
-                if (std::isfinite (samples[n]))
+                if (std::abs (samples[n]) <= largestInputSample)
                     sum += static_cast<double> (samples[n]) * samples[n];
         }
         counted += static_cast<juce::int64> (count) * buffer.getNumChannels();

@@ -63,12 +63,18 @@ int runBatch (std::vector<BatchItem> const& items, JobSettings const& job,
     // Refused before anything exists: a run either writes every result or none clobbers.
     if (const auto problem = checkOutputs (reads, writes, job.force); problem.isNotEmpty())
         throw UsageError{problem.toStdString()};
+    // Every folder a result goes to exists before the first file is processed, the report's too:
+    // a run that cannot write its report must not have written audio first.
+    juce::Array<juce::File> folders;
     for (auto& task : tasks)
-        if (task->item.output != juce::File()
-            && !task->item.output.getParentDirectory().createDirectory())
+        if (task->item.output != juce::File())
+            folders.add (task->item.output.getParentDirectory());
+    if (reportFile != juce::File())
+        folders.add (reportFile.getParentDirectory());
+    for (auto const& folder : folders)
+        if (!folder.createDirectory())
         {
-            printError ("cannot create folder "
-                        + task->item.output.getParentDirectory().getFullPathName());
+            printError ("cannot create folder " + folder.getFullPathName());
             return 1;
         }
 

@@ -4,6 +4,7 @@
 
 #include "AudioInput.h"
 #include "FilterFile.h"
+#include "FlacFormat.h"
 #include "InterruptCleanup.h"
 #include "LevelMeter.h"
 #include "Plot.h"
@@ -223,6 +224,7 @@ bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& setting
         const auto count =
             static_cast<int> (std::min<juce::int64> (blockSize, reader->lengthInSamples - done));
         reader->read (&buffer, 0, count, done, true, true);
+        silenceNonFinite (buffer, largestInputSample);
         engine.learn (toSignal (buffer, count));
     }
     engine.getSourceFilter (coefficients, rate);
@@ -330,6 +332,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     auto reader = openReader (input, result.error);
     if (reader == nullptr)
         return result;
+    result.inputDamage = FlacFormat::damageOf (*reader);
     const bool writes = output != juce::File();
     PendingOutput pending;
     if (writes && !openOutput (output, settings, *reader, pending, result.error))
@@ -403,7 +406,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
                 [&] (int count)
                 {
                     // NaN and infinity are silence from the start, for every measure too.
-                    result.nonFiniteSamples += silenceNonFinite (buffer);
+                    result.nonFiniteSamples += silenceNonFinite (buffer, largestInputSample);
                     before.add (toSignal (buffer, count));
                     inputLevel.add (buffer, count);
                     juce::AudioBuffer<float> view (buffer.getArrayOfWritePointers(), channels,
@@ -467,7 +470,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         [&] (int count)
         {
             juce::AudioBuffer<float> view (buffer.getArrayOfWritePointers(), channels, count);
-            silenceNonFinite (view);
+            silenceNonFinite (view, largestInputSample);
             processor.processBlock (view, midi);
             view.applyGain (gain);
             // Whatever happened upstream, no NaN or infinity is ever written.

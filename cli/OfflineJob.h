@@ -56,6 +56,7 @@ struct JobResult
     double peakReductionDb = 0.0;               // of that, what the peak ceiling took
     juce::int64 samplesKeptUnderCeiling = 0;    // that would have gone over it without
     juce::int64 nonFiniteSamples = 0;           // in the input, taken as silence
+    juce::String inputDamage;                   // what a damaged input lacked, in words
     juce::int64 silencedOutputSamples = 0;      // non-finite results written as silence
     double peakInDbfs = 0.0, peakOutDbfs = 0.0; // sample peaks
     /** The tonal correction (the level guard's gain is gainDb): (Hz, dB) at third-octave

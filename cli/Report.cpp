@@ -45,9 +45,13 @@ juce::StringArray warningsFor (JobResult const& result)
                       + " frames) were learnt, too little to trust the correction");
     if (result.deviationAfterDb > result.deviationBeforeDb)
         warnings.add ("the result is further from the target than the input");
+    if (result.inputDamage.isNotEmpty())
+        warnings.add ("the input is damaged (" + result.inputDamage
+                      + "); what could be read was processed");
     if (result.nonFiniteSamples > 0)
         warnings.add (juce::String (result.nonFiniteSamples)
-                      + " input samples were NaN or infinite and were taken as silence");
+                      + " input samples were NaN, infinite or far beyond full scale and were "
+                        "taken as silence");
     if (result.silencedOutputSamples > 0)
         warnings.add (juce::String (result.silencedOutputSamples)
                       + " output samples overflowed and were written as silence");

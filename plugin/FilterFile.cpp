@@ -63,6 +63,13 @@ FilterFile::Status FilterFile::read (juce::InputStream& in, Signal32& taps, doub
             if (!std::isfinite (read[c][n]))
                 return Status::invalid;
         }
+    // All zeros is no filter: as a target it would ask for infinite gain everywhere.
+    bool silent = true;
+    for (int c = 0; c < channels && silent; ++c)
+        for (int n = 0; n < samples && silent; ++n)
+            silent = read[c][n] == 0.0f;
+    if (silent)
+        return Status::invalid;
     taps = std::move (read);
     rate = fileRate;
     return Status::ok;

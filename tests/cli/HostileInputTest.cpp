@@ -1,12 +1,15 @@
 // Hostile files as users and attackers hand them to the tool (and, through the same readers,
 // to every plug-in instance): each is refused at once with a message, nothing hangs or crashes.
+#include "FilterFile.h"
 #include "RegularFile.h"
 #include "TestSignals.h"
 #include "ToolHelpers.h"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <sys/stat.h>
+#include <utility>
 
 using namespace tool_test;
 
@@ -193,4 +196,154 @@ TEST (HostileInput, AFullDiskReplacesNothing)
     EXPECT_EQ (place.loadFileAsString(), "new");
     EXPECT_FALSE (regularFile::writeWhole (juce::File ("/dev/full"), "x", 1, &whyNot));
     EXPECT_TRUE (whyNot.contains ("disk full")) << whyNot;
+}
+
+namespace
+{
+/** A WAV header for samples of any size, followed by noise. */
+juce::MemoryBlock wavWithBits (int bits, int frames)
+{
+    juce::MemoryOutputStream out;
+    const int channels = 2, bytesPerSample = (bits + 7) / 8,
+              dataBytes = frames * channels * bytesPerSample;
+    out.write ("RIFF", 4);
+    out.writeInt (36 + dataBytes);
+    out.write ("WAVEfmt ", 8);
+    out.writeInt (16);
+    out.writeShort (1);
+    out.writeShort (channels);
+    out.writeInt (48000);
+    out.writeInt (48000 * channels * bytesPerSample);
+    out.writeShort (static_cast<short> (channels * bytesPerSample));
+    out.writeShort (static_cast<short> (bits));
+    out.write ("data", 4);
+    out.writeInt (dataBytes);
+    juce::Random random (bits);
+    for (int i = 0; i < dataBytes; ++i)
+        out.writeByte (static_cast<char> (random.nextInt (256)));
+    return out.getMemoryBlock();
+}
+
+void writeFlac (juce::File const& file, Signal32 const& signal)
+{
+    file.deleteFile();
+    juce::FlacAudioFormat flac;
+    auto stream = std::make_unique<juce::FileOutputStream> (file);
+    std::unique_ptr<juce::AudioFormatWriter> writer (flac.createWriterFor (
+        stream.release(), 48000, static_cast<unsigned> (signal.getNumChannels()), 16, {}, 0));
+    ASSERT_NE (writer, nullptr);
+    const float* channels[] = {signal[0], signal[signal.getNumChannels() - 1]};
+    writer->writeFromFloatArrays (channels, signal.getNumChannels(), signal.getNumSamples());
+}
+} // namespace
+
+// Files that are not audio, or are damaged, were "processed" with exit status 0: executables and
+// WAVs with a zeroed header through the MP3 decoder's resynchronisation, odd sample sizes from
+// uninitialised memory, cut or lying FLACs and cut WAV headers as silence, huge floats as NaN.
+// Each is refused, or processed as far as it holds audio with a warning that says so.
+TEST (HostileInput, DamagedAndForeignFilesAreNotPassedOffAsAudio)
+{
+    const Folder files;
+    const auto out = files ("out.wav");
+    const auto process = [&] (juce::File const& in)
+    {
+        out.deleteFile();
+        return kelfinerWithin ({"process", in.getFullPathName(), "-o", out.getFullPathName()},
+                               60000);
+    };
+
+    const auto executable = files ("program.wav");
+    ASSERT_TRUE (juce::File ("/bin/ls").copyFileTo (executable));
+    const auto zeroedHeader = files ("zeroed.wav");
+    {
+        auto wav = wavWithBits (16, 48000);
+        std::memset (wav.getData(), 0, 44);
+        zeroedHeader.replaceWithData (wav.getData(), wav.getSize());
+    }
+    const auto cutHeader = files ("cut-header.wav");
+    cutHeader.replaceWithData (wavWithBits (16, 100).getData(), 40);
+    for (auto const& foreign : {executable, zeroedHeader, cutHeader})
+    {
+        const auto run = process (foreign);
+        EXPECT_EQ (run.exitCode, 1) << foreign.getFileName() << "\n" << run.output;
+        EXPECT_FALSE (out.exists());
+    }
+    for (const int bits : {12, 20, 28})
+    {
+        const auto odd = files ("odd.wav");
+        odd.replaceWithData (wavWithBits (bits, 4800).getData(),
+                             wavWithBits (bits, 4800).getSize());
+        const auto run = process (odd);
+        EXPECT_EQ (run.exitCode, 1) << bits << " bits\n" << run.output;
+        EXPECT_TRUE (run.output.contains ("unsupported sample size")) << run.output;
+    }
+
+    // A FLAC cut in half keeps its first half; one whose header claims a thousand times its
+    // length gives what it holds; either says so.
+    const auto whole = files ("whole.flac");
+    writeFlac (whole, vesk::test::whiteNoise (2, 96000, 7));
+    juce::MemoryBlock flac;
+    whole.loadFileAsData (flac);
+    const auto half = files ("half.flac");
+    half.replaceWithData (flac.getData(), flac.getSize() / 2);
+    auto lying = flac;
+    auto* info = static_cast<unsigned char*> (lying.getData()) + 18;
+    juce::uint64 packed = 0;
+    for (int i = 0; i < 8; ++i)
+        packed = (packed << 8) | info[i];
+    packed = (packed & ~((juce::uint64 (1) << 36) - 1)) | (96000ull * 1000);
+    for (int i = 7; i >= 0; --i, packed >>= 8)
+        info[i] = static_cast<unsigned char> (packed & 0xFF);
+    const auto claims = files ("lying.flac");
+    claims.replaceWithData (lying.getData(), lying.getSize());
+    for (auto const& [damaged, longest] : {std::pair{half, 49000}, std::pair{claims, 96000}})
+    {
+        const auto run = process (damaged);
+        EXPECT_EQ (run.exitCode, 0) << run.output;
+        EXPECT_TRUE (run.output.contains ("the file ends after")) << run.output;
+        double rate = 0;
+        int bits = 0;
+        const auto written = readWav (out, rate, bits);
+        EXPECT_GT (written.getNumSamples(), longest / 3);
+        EXPECT_LE (written.getNumSamples(), longest);
+    }
+    const auto tiny = files ("tiny.flac");
+    tiny.replaceWithData (flac.getData(), 42);
+    EXPECT_EQ (process (tiny).exitCode, 1);
+
+    // Finite but absurd floats are damage: silenced, counted, and the figures stay numbers.
+    auto huge = vesk::test::whiteNoise (1, 48000, 8);
+    for (int n = 0; n < 48000; n += 100)
+        huge[0][n] = n % 200 == 0 ? 3.0e37f : -3.0e37f;
+    const auto hugeFile = files ("huge.wav");
+    writeWav (hugeFile, huge, 48000, 32);
+    const auto run = process (hugeFile);
+    EXPECT_EQ (run.exitCode, 0) << run.output;
+    EXPECT_TRUE (run.output.contains ("480 input samples")) << run.output;
+    EXPECT_FALSE (run.output.contains ("nan dB")) << run.output;
+}
+
+// A --report that cannot be written stops the run before any audio is; an all-zero filter is
+// no target.
+TEST (HostileInput, EveryOutputOrNoneAndNoEmptyTarget)
+{
+    const Folder files;
+    const auto input = files ("in.wav");
+    writeWav (input, vesk::test::whiteNoise (1, 9600, 9), 48000, 16);
+    files ("blocked").replaceWithText ("a file where the report's folder would be");
+    const auto run = kelfinerWithin ({"process", input.getFullPathName(), "-o",
+                                      files ("out.wav").getFullPathName(), "--report",
+                                      files ("blocked/run.json").getFullPathName()},
+                                     60000);
+    EXPECT_EQ (run.exitCode, 1) << run.output;
+    EXPECT_FALSE (files ("out.wav").exists());
+
+    const auto zeros = files ("zeros.filter");
+    ASSERT_TRUE (FilterFile::write (zeros, Signal32 (1, 32, 0.0f), 48000.0));
+    const auto refused = kelfinerWithin ({"process", input.getFullPathName(), "-o",
+                                          files ("out.wav").getFullPathName(), "--target-filter",
+                                          zeros.getFullPathName()},
+                                         60000);
+    EXPECT_NE (refused.exitCode, 0) << refused.output;
+    EXPECT_FALSE (files ("out.wav").exists());
 }

@@ -60,6 +60,8 @@ TEST (FilterFile, ReadsBackAndRefusesWhatIsNotAFilter)
                FilterFile::Status::invalid); // NaN
     EXPECT_EQ (readBytes (changed (12, {0, 0, 0, 0, 0, 0, 0xF0, 0x3F})),
                FilterFile::Status::invalid); // 1 Hz
+    EXPECT_EQ (readBytes (changed (28, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0})),
+               FilterFile::Status::invalid); // all taps zero: no filter at all
     juce::MemoryBlock shortFile (bytes.getData(), 27);
     EXPECT_EQ (readBytes (shortFile), FilterFile::Status::invalid);
     EXPECT_EQ (FilterFile::read (file.getSiblingFile ("no-such.filter"), read, rate),
