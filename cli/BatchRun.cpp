@@ -7,6 +7,25 @@
 
 namespace
 {
+/** A run killed outright (SIGKILL, a power cut) leaves the temporary file it was writing beside
+    an output: "NAME_tempHEX.EXT", as the next run would name its own. One that has not been
+    written to for a quarter of an hour belongs to no run still going. */
+void sweepStaleTemporaries (juce::File const& output)
+{
+    const auto stem = output.getFileNameWithoutExtension() + "_temp";
+    const auto oldest = juce::Time::getCurrentTime() - juce::RelativeTime::minutes (15);
+    for (auto const& entry : juce::RangedDirectoryIterator (
+             output.getParentDirectory(), false, stem + "*" + output.getFileExtension(),
+             juce::File::findFiles, juce::File::FollowSymlinks::no))
+    {
+        const auto name = entry.getFile().getFileNameWithoutExtension();
+        const auto hex = name.substring (stem.length());
+        if (hex.isNotEmpty() && hex.length() <= 8 && hex.containsOnly ("0123456789abcdef")
+            && entry.getModificationTime() < oldest && !entry.getFile().isSymbolicLink())
+            entry.getFile().deleteFile();
+    }
+}
+
 struct Task
 {
     BatchItem item;
@@ -77,6 +96,8 @@ int runBatch (std::vector<BatchItem> const& items, JobSettings const& job,
             printError ("cannot create folder " + folder.getFullPathName());
             return 1;
         }
+    for (auto const& file : writes)
+        sweepStaleTemporaries (file);
 
     // Several files at once, one per core: each job is independent and single-threaded.
     std::vector<FileProgress*> watched;

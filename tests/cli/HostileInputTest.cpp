@@ -323,8 +323,8 @@ TEST (HostileInput, DamagedAndForeignFilesAreNotPassedOffAsAudio)
     EXPECT_FALSE (run.output.contains ("nan dB")) << run.output;
 }
 
-// A --report that cannot be written stops the run before any audio is; an all-zero filter is
-// no target.
+// A --report that cannot be written stops the run before any audio is; temporaries left by a
+// killed run are swept; an all-zero filter is no target.
 TEST (HostileInput, EveryOutputOrNoneAndNoEmptyTarget)
 {
     const Folder files;
@@ -337,6 +337,22 @@ TEST (HostileInput, EveryOutputOrNoneAndNoEmptyTarget)
                                      60000);
     EXPECT_EQ (run.exitCode, 1) << run.output;
     EXPECT_FALSE (files ("out.wav").exists());
+
+    // What a run killed outright left beside its output is swept by the next, once no run can
+    // still be writing it.
+    const auto stale = files ("out_tempdeadbeef.wav"), fresh = files ("out_temp0badcafe.wav");
+    stale.replaceWithText ("left by a killed run");
+    fresh.replaceWithText ("another run's, still being written");
+    ASSERT_TRUE (stale.setLastModificationTime (juce::Time::getCurrentTime()
+                                                - juce::RelativeTime::hours (1)));
+    EXPECT_EQ (
+        kelfinerWithin (
+            {"process", input.getFullPathName(), "-o", files ("out.wav").getFullPathName()}, 60000)
+            .exitCode,
+        0);
+    EXPECT_FALSE (stale.exists());
+    EXPECT_TRUE (fresh.exists());
+    files ("out.wav").deleteFile();
 
     const auto zeros = files ("zeros.filter");
     ASSERT_TRUE (FilterFile::write (zeros, Signal32 (1, 32, 0.0f), 48000.0));
