@@ -32,7 +32,7 @@ _kelfiner()
             process) COMPREPLY=($(compgen -W "-o --output $learning $correction $run --save-filter --plot --live --bits --format --help" -- "$cur")) ;;
             analyse|analyze) COMPREPLY=($(compgen -W "$learning $correction $run --help" -- "$cur")) ;;
             learn) COMPREPLY=($(compgen -W "-o --output $learning --force --quiet --help" -- "$cur")) ;;
-            demo) COMPREPLY=($(compgen -W "-o --output --target --help" -- "$cur")) ;;
+            demo) COMPREPLY=($(compgen -W "-o --output --target --force --help" -- "$cur")) ;;
             *) COMPREPLY=($(compgen -W "--help" -- "$cur")) ;;
         esac
         return
