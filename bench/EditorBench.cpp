@@ -20,8 +20,10 @@ struct LearntEditor
     {
         processor.setNonRealtime (true);
         processor.prepareToPlay (48000.0, 512);
-        processor.setCheckedParameterValue (Deconvolution::enableAnalyzersIndex, 1.0f);
-        processor.setCheckedParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f);
+        processor.setCheckedParameterValue (EngineParameterId (Deconvolution::enableAnalyzersIndex),
+                                            1.0f);
+        processor.setCheckedParameterValue (
+            EngineParameterId (Deconvolution::enableEmphasisCurveIndex), 1.0f);
         std::minstd_rand random (11);
         std::uniform_real_distribution<float> noise (-0.3f, 0.3f);
         juce::AudioBuffer<float> block (2, 512);

@@ -31,7 +31,7 @@ float checkedParameter (int internalId, std::string const& option, std::string c
 {
     // The plug-in's own description of the parameter: its range, name and unit.
     static KelfinerAudioProcessor table;
-    const auto* parameter = table.findPublicParameter (internalId);
+    const auto* parameter = table.findPublicParameter (EngineParameterId (internalId));
     jassert (parameter != nullptr);
     float lowest = 0.0f, highest = 0.0f;
     parameter->getRange (lowest, highest);

@@ -112,10 +112,11 @@ void applyLearning (KelfinerAudioProcessor& processor, JobSettings const& settin
     processor.getEngine().setEstimator (
         settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum));
     if (const auto threshold = defaultThreshold (settings, reader))
-        processor.setCheckedParameterValue (Deconvolution::estimationThresholdIndex, *threshold,
-                                            false);
+        processor.setCheckedParameterValue (
+            EngineParameterId (Deconvolution::estimationThresholdIndex), *threshold, false);
     if (const auto length = defaultFilterLength (settings))
-        processor.setCheckedParameterValue (Deconvolution::filterLengthIndex, *length, false);
+        processor.setCheckedParameterValue (EngineParameterId (Deconvolution::filterLengthIndex),
+                                            *length, false);
 }
 
 juce::AudioFormat* formatFor (juce::AudioFormatManager& formats, juce::File const& file)
@@ -154,29 +155,31 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::AudioFormat
         std::tie (limits.lowestHz, limits.highestHz) = *settings.rangeHz;
     engine.setCorrectionLimits (limits); // the tool matches loudness itself, by measurement
     if (settings.targetModel)
-        processor.setCheckedParameterValue (Deconvolution::targetModelIndex,
+        processor.setCheckedParameterValue (EngineParameterId (Deconvolution::targetModelIndex),
                                             static_cast<float> (*settings.targetModel), false);
     if (settings.masterGain)
-        processor.setCheckedParameterValue (Deconvolution::masterGainIndex, *settings.masterGain,
-                                            false);
+        processor.setCheckedParameterValue (EngineParameterId (Deconvolution::masterGainIndex),
+                                            *settings.masterGain, false);
     if (!settings.emphasis.empty())
     {
-        processor.setCheckedParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f, false);
+        processor.setCheckedParameterValue (
+            EngineParameterId (Deconvolution::enableEmphasisCurveIndex), 1.0f, false);
         auto points = settings.emphasis;
         std::sort (points.begin(), points.end());
         for (int i = 0; i < Deconvolution::numEmphasisPoints; ++i)
         {
             const bool used = i < static_cast<int> (points.size());
-            processor.setCheckedParameterValue (Deconvolution::emphasisPointEnabledIndex + i,
-                                                used ? 1.0f : 0.0f, false);
+            processor.setCheckedParameterValue (
+                EngineParameterId (Deconvolution::emphasisPointEnabledIndex + i),
+                used ? 1.0f : 0.0f, false);
             if (used)
             {
-                processor.setCheckedParameterValue (Deconvolution::emphasisPointFrequencyIndex + i,
-                                                    points[static_cast<std::size_t> (i)].first,
-                                                    false);
-                processor.setCheckedParameterValue (Deconvolution::emphasisPointLevelIndex + i,
-                                                    points[static_cast<std::size_t> (i)].second,
-                                                    false);
+                processor.setCheckedParameterValue (
+                    EngineParameterId (Deconvolution::emphasisPointFrequencyIndex + i),
+                    points[static_cast<std::size_t> (i)].first, false);
+                processor.setCheckedParameterValue (
+                    EngineParameterId (Deconvolution::emphasisPointLevelIndex + i),
+                    points[static_cast<std::size_t> (i)].second, false);
             }
         }
     }
@@ -198,7 +201,7 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::AudioFormat
     }
     if (target.hasStorage())
     {
-        processor.setCheckedParameterValue (Deconvolution::targetModelIndex,
+        processor.setCheckedParameterValue (EngineParameterId (Deconvolution::targetModelIndex),
                                             static_cast<float> (Deconvolution::custom), false);
         engine.setTargetFilter (target, targetRate);
     }
@@ -353,7 +356,8 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         return result;
     auto& engine = processor.getEngine();
     // Nobody looks at the analysers here; they only change what is displayed, never the audio.
-    processor.setCheckedParameterValue (Deconvolution::enableAnalyzersIndex, 0.0f, false);
+    processor.setCheckedParameterValue (EngineParameterId (Deconvolution::enableAnalyzersIndex),
+                                        0.0f, false);
     processor.prepareToPlay (rate, blockSize);
 
     juce::AudioBuffer<float> buffer (channels, blockSize);
@@ -373,7 +377,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         }
         result.learntFrames = engine.getEstimateFrameCount();
         result.learntSeconds = learntSeconds (engine, result.learntFrames, true);
-        processor.setCheckedParameterValue (Deconvolution::estimationModeIndex,
+        processor.setCheckedParameterValue (EngineParameterId (Deconvolution::estimationModeIndex),
                                             static_cast<float> (vesk::audio::holdMode),
                                             false); // hold what was learnt
         processor.prepareToPlay (rate, blockSize);

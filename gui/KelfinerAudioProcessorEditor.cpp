@@ -58,7 +58,7 @@ KelfinerAudioProcessorEditor::KelfinerAudioProcessorEditor (KelfinerAudioProcess
     {
         slider->setSliderStyle (juce::Slider::LinearHorizontal);
         slider->setTextBoxStyle (juce::Slider::TextBoxRight, false, 56, 22);
-        slider->attachParameter (&processor, &engine, index, false);
+        slider->attachParameter (&processor, &engine, EngineParameterId (index), false);
         slider->setTooltip (TRANS (tip));
         slider->setHelpText (TRANS (tip));
         slider->addListener (this);
@@ -246,8 +246,8 @@ float KelfinerAudioProcessorEditor::engineValue (int index) const
 
 void KelfinerAudioProcessorEditor::setEngineValue (int index, float value)
 {
-    processor.setCheckedParameterValue (index, value);
-    processor.notifyInternalParameterChange (index);
+    processor.setCheckedParameterValue (EngineParameterId (index), value);
+    processor.notifyInternalParameterChange (EngineParameterId (index));
 }
 
 void KelfinerAudioProcessorEditor::parameterChanged (int) { parametersChanged = true; }
@@ -307,7 +307,7 @@ void KelfinerAudioProcessorEditor::updateParameterControls()
     for (auto* slider : {&masterGainSlider, &filterLengthSlider, &estimationThresholdSlider})
     {
         slider->setForwarding (false);
-        slider->setValue (engineValue (slider->getEngineParameterIndex()),
+        slider->setValue (engineValue (slider->getEngineParameterId().value),
                           juce::dontSendNotification);
         slider->setForwarding (true);
     }

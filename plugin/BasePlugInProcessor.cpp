@@ -107,8 +107,8 @@ const juce::String BasePlugInProcessor::getParameterText (int index)
         return {};
     auto* p = parameters[index];
     float minimum = 0.0f, maximum = 0.0f;
-    engine->getParameterRange (p->internalId, minimum, maximum);
-    const float value = engine->getParameterValue (p->internalId);
+    engine->getParameterRange (p->internalId.value, minimum, maximum);
+    const float value = engine->getParameterValue (p->internalId.value);
     // The trailing space before an empty unit is part of the text, as hosts have always seen it.
     if (p->stepSize == maximum - minimum)
         return juce::String (value > 0.5f ? "On" : "Off") + " " + p->unit;
@@ -121,12 +121,12 @@ juce::String BasePlugInProcessor::getParameterLabel (int index) const
                                                                : juce::String();
 }
 
-bool BasePlugInProcessor::setCheckedParameterValue (int internalId, float value, bool flag)
+bool BasePlugInProcessor::setCheckedParameterValue (EngineParameterId id, float value, bool flag)
 {
-    auto* description = findPublicParameter (internalId);
+    auto* description = findPublicParameter (id);
     if (description == nullptr)
         return false; // an id of another version, or of no parameter at all
-    engine->setParameterValue (internalId, description->clampPlainValue (value), flag);
+    engine->setParameterValue (id.value, description->clampPlainValue (value), flag);
     return true;
 }
 
@@ -143,43 +143,42 @@ const juce::String BasePlugInProcessor::getOutputChannelName (int channelIndex) 
 bool BasePlugInProcessor::isInputChannelStereoPair (int) const { return true; }
 bool BasePlugInProcessor::isOutputChannelStereoPair (int) const { return true; }
 
-void BasePlugInProcessor::resetParameter (int index, bool notifyHost)
+void BasePlugInProcessor::resetParameter (PublicParameterIndex index, bool notifyHost)
 {
-    if (!juce::isPositiveAndBelow (index, parameters.size()))
+    if (!juce::isPositiveAndBelow (index.value, parameters.size()))
         return;
-    auto* p = parameters[index];
-    engine->setParameterValue (p->internalId, p->clampPlainValue (p->defaultValue), engineFlag());
+    auto* p = parameters[index.value];
+    engine->setParameterValue (p->internalId.value, p->clampPlainValue (p->defaultValue),
+                               engineFlag());
     if (notifyHost)
-    {
-        const int found = findPublicParameterIndex (p->internalId);
-        sendParamChangeMessageToListeners (found, parameters[found]->getNormalizedParameterValue());
-    }
+        sendParamChangeMessageToListeners (index.value, p->getNormalizedParameterValue());
 }
 
-void BasePlugInProcessor::notifyInternalParameterChange (int internalId)
+void BasePlugInProcessor::notifyInternalParameterChange (EngineParameterId id)
 {
-    const int index = findPublicParameterIndex (internalId);
-    if (index >= 0)
-        sendParamChangeMessageToListeners (index, parameters[index]->getNormalizedParameterValue());
+    const auto index = findPublicParameterIndex (id);
+    if (index.isValid())
+        sendParamChangeMessageToListeners (index.value,
+                                           parameters[index.value]->getNormalizedParameterValue());
 }
 
-int BasePlugInProcessor::findPublicParameterIndex (int internalId) const
+PublicParameterIndex BasePlugInProcessor::findPublicParameterIndex (EngineParameterId id) const
 {
     for (int i = 0; i < parameters.size(); ++i)
-        if (parameters[i]->internalId == internalId)
-            return i;
-    return -1;
+        if (parameters[i]->internalId == id)
+            return PublicParameterIndex (i);
+    return PublicParameterIndex (-1);
 }
 
-ParameterDescription* BasePlugInProcessor::findPublicParameter (int internalId) const
+ParameterDescription* BasePlugInProcessor::findPublicParameter (EngineParameterId id) const
 {
-    const int index = findPublicParameterIndex (internalId);
-    return index >= 0 ? parameters[index] : nullptr;
+    const auto index = findPublicParameterIndex (id);
+    return index.isValid() ? parameters[index.value] : nullptr;
 }
 
-int BasePlugInProcessor::getInternalParameterId (int index) const
+EngineParameterId BasePlugInProcessor::getInternalParameterId (PublicParameterIndex index) const
 {
-    return parameters[index]->internalId;
+    return parameters[index.value]->internalId;
 }
 
 void BasePlugInProcessor::addListener (Listener* listener)

@@ -2,6 +2,7 @@
 
 #include "BaseAudioProcessor.h"
 #include "ParameterDescription.h"
+#include "ParameterIds.h"
 #include "SignalQueue.h"
 
 #if KELFINER_LICENSING
@@ -76,18 +77,18 @@ public:
     /** Sets an engine parameter through its public description's check (clamped to its range,
         NaN to its default): the entrance for states, presets, the editor and the tool. False,
         and nothing set, for an id no public parameter carries. Any thread. */
-    bool setCheckedParameterValue (int internalId, float value, bool flag = false);
+    bool setCheckedParameterValue (EngineParameterId id, float value, bool flag = false);
     /** Puts one parameter back to its default; optionally tells the host. Message thread. */
-    virtual void resetParameter (int index, bool notifyHost);
+    virtual void resetParameter (PublicParameterIndex index, bool notifyHost);
     /** Tells the host the engine's value changed (after the editor or a load set it). Message
         thread. */
-    void notifyInternalParameterChange (int internalId);
+    void notifyInternalParameterChange (EngineParameterId id);
     /** Any thread. */
-    int findPublicParameterIndex (int internalId) const;
+    PublicParameterIndex findPublicParameterIndex (EngineParameterId id) const;
     /** Any thread. */
-    ParameterDescription* findPublicParameter (int internalId) const;
+    ParameterDescription* findPublicParameter (EngineParameterId id) const;
     /** Any thread. */
-    int getInternalParameterId (int index) const;
+    EngineParameterId getInternalParameterId (PublicParameterIndex index) const;
     /** Any thread. */
     vesk::audio::BaseAudioProcessor* getProcessor() const noexcept { return engine.get(); }
     /** Message thread. */

@@ -12,10 +12,10 @@ bool BasePlugInProcessor::exportToPresetFile (const juce::File& file)
     for (auto* p : parameters)
     {
         auto* parameter = settings->createNewChildElement ("Parameter");
-        parameter->setAttribute ("id", p->internalId);
+        parameter->setAttribute ("id", p->internalId.value);
         parameter->setAttribute ("unit", p->unit);
-        parameter->setAttribute ("value",
-                                 static_cast<double> (engine->getParameterValue (p->internalId)));
+        parameter->setAttribute (
+            "value", static_cast<double> (engine->getParameterValue (p->internalId.value)));
         parameter->setAttribute ("name", p->name);
     }
     auto customData = std::make_unique<juce::XmlElement> ("CustomData");
@@ -56,15 +56,15 @@ bool BasePlugInProcessor::importPreset (std::unique_ptr<juce::XmlElement> docume
     clearSettings();
     for (auto* parameter : settings->getChildIterator())
     {
-        const int id = parameter->getIntAttribute ("id", -1);
-        if (id < 0 || excludedParameterIds.contains (id))
+        const EngineParameterId id (parameter->getIntAttribute ("id", -1));
+        if (id.value < 0 || excludedParameterIds.contains (id.value))
             continue;
         const auto value = static_cast<float> (parameter->getDoubleAttribute ("value", 0.0));
         if (!setCheckedParameterValue (id, value, false))
             continue; // an id this engine does not know (a preset of a later version)
-        if (const int index = findPublicParameterIndex (id); index >= 0)
-            sendParamChangeMessageToListeners (index,
-                                               parameters[index]->getNormalizedParameterValue());
+        if (const auto index = findPublicParameterIndex (id); index.isValid())
+            sendParamChangeMessageToListeners (
+                index.value, parameters[index.value]->getNormalizedParameterValue());
     }
     engine->effectuateParameterChanges();
     if (auto* customData = document->getChildByName ("CustomData"))

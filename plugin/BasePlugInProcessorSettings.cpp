@@ -12,8 +12,8 @@ void BasePlugInProcessor::getParameterSettings (juce::OutputStream& out)
     out.writeInt (parameters.size());
     for (auto* p : parameters)
     {
-        out.writeInt (p->internalId);
-        out.writeFloat (engine->getParameterValue (p->internalId));
+        out.writeInt (p->internalId.value);
+        out.writeFloat (engine->getParameterValue (p->internalId.value));
     }
     out.writeInt64 (static_cast<juce::int64> (presetNameMarker));
     out.writeString (currentPresetName);
@@ -41,7 +41,7 @@ bool BasePlugInProcessor::setParameterSettings (juce::InputStream& in)
             const int id = in.readInt();
             const float value = in.readFloat();
             // A block from a later version may carry ids this engine does not know: skipped.
-            setCheckedParameterValue (id, value, false);
+            setCheckedParameterValue (EngineParameterId (id), value, false);
         }
     }
     engine->effectuateParameterChanges();
@@ -144,8 +144,8 @@ void BasePlugInProcessor::switchToAlternateSettings()
 void BasePlugInProcessor::clearSettings()
 {
     for (int i = 0; i < parameters.size(); ++i)
-        if (!excludedParameterIds.contains (parameters[i]->internalId))
-            resetParameter (i, false);
+        if (!excludedParameterIds.contains (parameters[i]->internalId.value))
+            resetParameter (PublicParameterIndex (i), false);
 }
 
 JUCE_END_IGNORE_WARNINGS_GCC_LIKE

@@ -17,8 +17,8 @@ KelfinerAudioProcessor::KelfinerAudioProcessor()
     const auto add = [&] (int id, const juce::String& name, const char* unit, const char* hostUnit,
                           float step, Mode mode)
     {
-        auto description =
-            std::make_unique<ParameterDescription> (engineToDescribe, id, name, unit, step, mode);
+        auto description = std::make_unique<ParameterDescription> (
+            engineToDescribe, EngineParameterId (id), name, unit, step, mode);
         description->hostUnit = hostUnit;
         addParameter (std::move (description));
     };

@@ -4,12 +4,13 @@
 #include <cmath>
 #include <stdexcept>
 
-ParameterDescription::ParameterDescription (vesk::audio::BaseAudioProcessor* processorToUse, int id,
-                                            juce::String nameToUse, juce::String unitToUse,
-                                            float step, ParameterMappingMode mode)
+ParameterDescription::ParameterDescription (vesk::audio::BaseAudioProcessor* processorToUse,
+                                            EngineParameterId id, juce::String nameToUse,
+                                            juce::String unitToUse, float step,
+                                            ParameterMappingMode mode)
     : processor (processorToUse), internalId (id), name (std::move (nameToUse)),
       unit (std::move (unitToUse)), stepSize (step),
-      defaultValue (processorToUse->getParameterValue (id)), defaultNormalizedValue (0.0f),
+      defaultValue (processorToUse->getParameterValue (id.value)), defaultNormalizedValue (0.0f),
       mappingMode (mode)
 {
     defaultNormalizedValue = getNormalizedParameterValue();
@@ -17,7 +18,7 @@ ParameterDescription::ParameterDescription (vesk::audio::BaseAudioProcessor* pro
 
 void ParameterDescription::getRange (float& minimum, float& maximum) const
 {
-    processor->getParameterRange (internalId, minimum, maximum);
+    processor->getParameterRange (internalId.value, minimum, maximum);
     if (!(maximum > minimum))
         maximum = std::max (minimum + 1.0f, static_cast<float> (nominalSampleRate * 0.5));
 }
@@ -35,7 +36,7 @@ float ParameterDescription::getNormalizedParameterValue() const
 {
     float minimum = 0.0f, maximum = 0.0f;
     getRange (minimum, maximum);
-    const float value = processor->getParameterValue (internalId);
+    const float value = processor->getParameterValue (internalId.value);
     switch (mappingMode)
     {
         case linear: return (value - minimum) / (maximum - minimum);
@@ -70,5 +71,5 @@ void ParameterDescription::setNormalizedParameterValue (float normalized, bool f
         }
         default: throw std::runtime_error ("Unknown mapping mode");
     }
-    processor->setParameterValue (internalId, clampPlainValue (value), flag);
+    processor->setParameterValue (internalId.value, clampPlainValue (value), flag);
 }

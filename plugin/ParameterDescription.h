@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BaseAudioProcessor.h"
+#include "ParameterIds.h"
 
 #include <juce_core/juce_core.h>
 
@@ -16,7 +17,7 @@ public:
     };
 
     /** Reads the engine's current value as the default. Message thread, before any state load. */
-    ParameterDescription (vesk::audio::BaseAudioProcessor* processor, int internalId,
+    ParameterDescription (vesk::audio::BaseAudioProcessor* processor, EngineParameterId internalId,
                           juce::String name, juce::String unit, float stepSize,
                           ParameterMappingMode mode);
 
@@ -36,7 +37,7 @@ public:
     static constexpr double nominalSampleRate = 48000.0;
 
     vesk::audio::BaseAudioProcessor* processor;
-    int internalId;
+    EngineParameterId internalId;
     juce::String name;
     juce::String unit;
     /** The unit hosts show beside the value ("dB", "ms", "Hz", "%"); may say more than unit. */

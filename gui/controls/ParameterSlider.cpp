@@ -3,22 +3,22 @@
 ParameterSlider::ParameterSlider (const juce::String& name) : juce::Slider (name) {}
 
 void ParameterSlider::attachParameter (BasePlugInProcessor* owner,
-                                       vesk::audio::BaseAudioProcessor* processorEngine, int index,
-                                       bool flagToPass)
+                                       vesk::audio::BaseAudioProcessor* processorEngine,
+                                       EngineParameterId id, bool flagToPass)
 {
     processor = owner;
     engine = processorEngine;
-    engineIndex = index;
+    engineId = id;
     flag = flagToPass;
-    publicIndex = processor->findPublicParameterIndex (index);
-    auto* description = processor->findPublicParameter (publicIndex);
+    publicIndex = processor->findPublicParameterIndex (id);
+    auto* description = processor->findPublicParameter (id);
     if (description == nullptr)
         return;
     float minimum = 0.0f, maximum = 1.0f;
-    engine->getParameterRange (index, minimum, maximum);
+    engine->getParameterRange (id.value, minimum, maximum);
     const juce::ScopedValueSetter<bool> quiet (forwarding, false);
     setRange (minimum, maximum, description->stepSize);
-    setValue (engine->getParameterValue (index), juce::dontSendNotification);
+    setValue (engine->getParameterValue (id.value), juce::dontSendNotification);
     setDoubleClickReturnValue (true, description->defaultValue);
     fineStep = description->stepSize;
     setTitle (description->name);
@@ -29,13 +29,13 @@ JUCE_BEGIN_IGNORE_WARNINGS_GCC_LIKE ("-Wdeprecated-declarations")
 void ParameterSlider::startedDragging()
 {
     if (processor != nullptr)
-        processor->beginParameterChangeGesture (publicIndex);
+        processor->beginParameterChangeGesture (publicIndex.value);
 }
 
 void ParameterSlider::stoppedDragging()
 {
     if (processor != nullptr)
-        processor->endParameterChangeGesture (publicIndex);
+        processor->endParameterChangeGesture (publicIndex.value);
 }
 JUCE_END_IGNORE_WARNINGS_GCC_LIKE
 
@@ -44,8 +44,8 @@ void ParameterSlider::valueChanged()
     if (!forwarding || processor == nullptr || engine == nullptr)
         return;
     // Through the processor's check, so the editor is one more entrance that cannot overshoot.
-    processor->setCheckedParameterValue (engineIndex, (float) getValue(), flag);
-    processor->notifyInternalParameterChange (engineIndex);
+    processor->setCheckedParameterValue (engineId, (float) getValue(), flag);
+    processor->notifyInternalParameterChange (engineId);
 }
 
 void ParameterSlider::mouseDown (const juce::MouseEvent& event)

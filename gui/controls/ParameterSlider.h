@@ -15,9 +15,9 @@ public:
     /** Binds the slider: range and step from the parameter's description, value from the engine,
         double-click back to the default. */
     void attachParameter (BasePlugInProcessor* processor, vesk::audio::BaseAudioProcessor* engine,
-                          int engineIndex, bool flag);
-    int getPublicParameterIndex() const noexcept { return publicIndex; }
-    int getEngineParameterIndex() const noexcept { return engineIndex; }
+                          EngineParameterId id, bool flag);
+    PublicParameterIndex getPublicParameterIndex() const noexcept { return publicIndex; }
+    EngineParameterId getEngineParameterId() const noexcept { return engineId; }
     /** Off while the owner sets the value from the engine, so the value is not written back. */
     void setForwarding (bool shouldForward) noexcept { forwarding = shouldForward; }
 
@@ -31,8 +31,8 @@ private:
     bool forwarding = true;
     BasePlugInProcessor* processor = nullptr;
     vesk::audio::BaseAudioProcessor* engine = nullptr;
-    int publicIndex = -1;
-    int engineIndex = -1;
+    PublicParameterIndex publicIndex{-1};
+    EngineParameterId engineId{-1};
     bool flag = true;
     float fineStep = 1.0f;
     int lastX = 0, lastY = 0;

@@ -19,8 +19,10 @@ struct ProductEditor : vesk::test::EditorFixture
     /** Starts from no points (a new engine has one). */
     void enableEmphasis()
     {
-        processor.setCheckedParameterValue (Deconvolution::emphasisPointEnabledIndex, 0.0f);
-        processor.setCheckedParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f);
+        processor.setCheckedParameterValue (
+            EngineParameterId (Deconvolution::emphasisPointEnabledIndex), 0.0f);
+        processor.setCheckedParameterValue (
+            EngineParameterId (Deconvolution::enableEmphasisCurveIndex), 1.0f);
         editor->updateEmphasisHandles();
     }
     void addPointAt (float x, float y)
@@ -189,7 +191,8 @@ TEST_F (ProductEditor, RateChangesMoveTheAxisAndHandles)
 
 TEST_F (ProductEditor, AnalysersAndFilterCurveFollowTheEngine)
 {
-    processor.setCheckedParameterValue (Deconvolution::enableAnalyzersIndex, 1.0f);
+    processor.setCheckedParameterValue (EngineParameterId (Deconvolution::enableAnalyzersIndex),
+                                        1.0f);
     play (200);
     editor->timerCallback();
     auto& curves = editor->getCurveEditor();
@@ -199,7 +202,8 @@ TEST_F (ProductEditor, AnalysersAndFilterCurveFollowTheEngine)
     EXPECT_TRUE (editor->getFramesText().contains ("frames"));
     EXPECT_FALSE (editor->getFramesText().contains ("\n0 "));
 
-    processor.setCheckedParameterValue (Deconvolution::enableAnalyzersIndex, 0.0f);
+    processor.setCheckedParameterValue (EngineParameterId (Deconvolution::enableAnalyzersIndex),
+                                        0.0f);
     editor->timerCallback();
     EXPECT_FALSE (curves.containsCurve (KelfinerAudioProcessorEditor::inputSpectrumId));
     EXPECT_FALSE (curves.containsCurve (KelfinerAudioProcessorEditor::outputSpectrumId));
@@ -284,7 +288,9 @@ TEST_F (ProductEditor, ASliderDragIsOneGestureForTheHost)
         int watched = -1, changes = 0;
         juce::StringArray log;
     } gestures;
-    gestures.watched = processor.findPublicParameterIndex (Deconvolution::masterGainIndex);
+    gestures.watched =
+        processor.findPublicParameterIndex (EngineParameterId (Deconvolution::masterGainIndex))
+            .value;
     processor.juce::AudioProcessor::addListener (&gestures);
 
     juce::Slider* slider = nullptr;

@@ -18,8 +18,10 @@ struct Snapshot : vesk::test::EditorFixture, testing::WithParamInterface<std::tu
         const auto [themeId, width, height] = GetParam();
         editor->setTheme (themeId);
         editor->setSize (width, height);
-        processor.setCheckedParameterValue (Deconvolution::enableAnalyzersIndex, 1.0f);
-        processor.setCheckedParameterValue (Deconvolution::enableEmphasisCurveIndex, 1.0f);
+        processor.setCheckedParameterValue (EngineParameterId (Deconvolution::enableAnalyzersIndex),
+                                            1.0f);
+        processor.setCheckedParameterValue (
+            EngineParameterId (Deconvolution::enableEmphasisCurveIndex), 1.0f);
         editor->updateParameterControls();
         editor->updateEmphasisHandles();
         for (auto [x, y] :

@@ -23,9 +23,11 @@ int main (int argc, char** argv)
     juce::MemoryBlock state;
     {
         KelfinerAudioProcessor processor;
-        processor.setCheckedParameterValue (vesk::audio::Deconvolution::masterGainIndex, -18.0f);
-        processor.setCheckedParameterValue (vesk::audio::Deconvolution::targetModelIndex,
-                                            vesk::audio::Deconvolution::speech);
+        processor.setCheckedParameterValue (
+            EngineParameterId (vesk::audio::Deconvolution::masterGainIndex), -18.0f);
+        processor.setCheckedParameterValue (
+            EngineParameterId (vesk::audio::Deconvolution::targetModelIndex),
+            vesk::audio::Deconvolution::speech);
         processor.getStateInformation (state);
     }
     const juce::String uri = JucePlugin_LV2URI;

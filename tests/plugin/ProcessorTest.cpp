@@ -31,8 +31,12 @@ TEST (KelfinerParameters, FortyThreeInterleavedParametersWithTheirNamesAndTexts)
     EXPECT_EQ (processor.getParameterName (8), "CurvePoint1Frequency");
     EXPECT_EQ (processor.getParameterName (41), "CurvePoint12Frequency");
     EXPECT_EQ (processor.getParameterName (42), "CurvePoint12Level");
-    EXPECT_EQ (processor.getInternalParameterId (41), 30);
-    EXPECT_EQ (processor.getInternalParameterId (42), 42);
+    EXPECT_EQ (processor.getInternalParameterId (PublicParameterIndex (41)),
+               EngineParameterId (30));
+    EXPECT_EQ (processor.getInternalParameterId (PublicParameterIndex (42)),
+               EngineParameterId (42));
+    EXPECT_EQ (processor.findPublicParameterIndex (EngineParameterId (19)),
+               PublicParameterIndex (8));
 
     EXPECT_EQ (processor.getParameterText (5), "On ")
         << "a switch, with the trailing space of its empty unit";
@@ -52,8 +56,8 @@ TEST (KelfinerParameters, FortyThreeInterleavedParametersWithTheirNamesAndTexts)
         EXPECT_TRUE (processor.getParameterText (index).isEmpty());
         processor.setParameter (index, 0.5f);
     }
-    EXPECT_EQ (processor.findPublicParameterIndex (99), -1);
-    processor.notifyInternalParameterChange (99);
+    EXPECT_FALSE (processor.findPublicParameterIndex (EngineParameterId (99)).isValid());
+    processor.notifyInternalParameterChange (EngineParameterId (99));
     EXPECT_FLOAT_EQ (processor.getParameterDefaultValue (4), 0.5f);
 }
 
@@ -227,7 +231,8 @@ TEST (KelfinerStreaming, LearningAndAutomationAllocateNothingOnTheAudioThread)
 TEST (KelfinerStreaming, PreparedAgainAtOtherBlockSizesAndRates)
 {
     KelfinerAudioProcessor processor;
-    processor.setCheckedParameterValue (Deconvolution::estimationModeIndex, 2.0f); // fixed filter
+    processor.setCheckedParameterValue (EngineParameterId (Deconvolution::estimationModeIndex),
+                                        2.0f); // fixed filter
     const std::pair<double, int> formats[] = {{44100, 64},    {44100, 128},  {48000, 256},
                                               {96000, 512},   {88200, 1024}, {22050, 32},
                                               {384000, 4096}, {192000, 100}, {48000, 2048}};
@@ -316,14 +321,17 @@ TEST (KelfinerParameters, EveryEntranceClampsToTheRange)
     processor.setParameter (4, std::nanf (""));
     EXPECT_EQ (engine.getParameterValue (Deconvolution::masterGainIndex), 0.0f);
 
-    EXPECT_TRUE (processor.setCheckedParameterValue (Deconvolution::masterGainIndex, 1.0e30f));
+    EXPECT_TRUE (processor.setCheckedParameterValue (
+        EngineParameterId (Deconvolution::masterGainIndex), 1.0e30f));
     EXPECT_EQ (engine.getParameterValue (Deconvolution::masterGainIndex), 24.0f);
-    EXPECT_TRUE (processor.setCheckedParameterValue (Deconvolution::filterLengthIndex, -5.0f));
+    EXPECT_TRUE (processor.setCheckedParameterValue (
+        EngineParameterId (Deconvolution::filterLengthIndex), -5.0f));
     EXPECT_EQ (engine.getParameterValue (Deconvolution::filterLengthIndex), 1.0f);
-    EXPECT_TRUE (
-        processor.setCheckedParameterValue (Deconvolution::masterGainIndex, std::nanf ("")));
+    EXPECT_TRUE (processor.setCheckedParameterValue (
+        EngineParameterId (Deconvolution::masterGainIndex), std::nanf ("")));
     EXPECT_EQ (engine.getParameterValue (Deconvolution::masterGainIndex), 0.0f);
-    EXPECT_FALSE (processor.setCheckedParameterValue (43, 1.0f)) << "no such parameter";
+    EXPECT_FALSE (processor.setCheckedParameterValue (EngineParameterId (43), 1.0f))
+        << "no such parameter";
 
     // A state block carrying absurd values.
     juce::MemoryOutputStream block;

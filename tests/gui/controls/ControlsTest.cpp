@@ -69,19 +69,30 @@ TEST (ParameterSlider, BindsToTheParameterAndStepsFinely)
 {
     KelfinerAudioProcessor processor;
     auto& engine = processor.getEngine();
+    // An emphasis frequency: engine id 19, but eighth in the hosts' list, where the emphasis
+    // points are interleaved. A slider that looked its description up by the wrong number
+    // would take the step, default and name of another parameter.
+    {
+        ParameterSlider frequency ("frequency");
+        const EngineParameterId id (Deconvolution::emphasisPointFrequencyIndex);
+        frequency.attachParameter (&processor, &engine, id, false);
+        EXPECT_EQ (frequency.getPublicParameterIndex(), PublicParameterIndex (8));
+        EXPECT_EQ (frequency.getTitle(), "CurvePoint1Frequency");
+        EXPECT_EQ (frequency.getInterval(), processor.findPublicParameter (id)->stepSize);
+        EXPECT_NEAR (frequency.getDoubleClickReturnValue(), 1000.0, 1e-3);
+    }
     ParameterSlider slider ("masterGainSlider");
     slider.setSliderStyle (juce::Slider::LinearHorizontal);
     slider.setSize (200, 30);
     engine.setParameterValue (Deconvolution::masterGainIndex, 3.0f, false);
-    slider.attachParameter (&processor, &engine, Deconvolution::masterGainIndex, false);
+    const EngineParameterId gain (Deconvolution::masterGainIndex);
+    slider.attachParameter (&processor, &engine, gain, false);
     float minimum = 0, maximum = 0;
     engine.getParameterRange (Deconvolution::masterGainIndex, minimum, maximum);
     EXPECT_EQ (slider.getMinimum(), minimum);
     EXPECT_EQ (slider.getMaximum(), maximum);
     EXPECT_NEAR (slider.getValue(), 3.0, 1e-6);
-    EXPECT_EQ (slider.getPublicParameterIndex(),
-               processor.findPublicParameterIndex (Deconvolution::masterGainIndex));
-    const auto* description = processor.findPublicParameter (slider.getPublicParameterIndex());
+    const auto* description = processor.findPublicParameter (gain);
     EXPECT_DOUBLE_EQ (slider.getDoubleClickReturnValue(), description->defaultValue);
 
     slider.setValue (-2.0, juce::sendNotificationSync);

@@ -10,7 +10,8 @@ struct Header : vesk::test::EditorFixture
     void setGain (float gain)
     {
         processor.addUndoState();
-        processor.setCheckedParameterValue (Deconvolution::masterGainIndex, gain);
+        processor.setCheckedParameterValue (EngineParameterId (Deconvolution::masterGainIndex),
+                                            gain);
     }
     float gain() { return value (Deconvolution::masterGainIndex); }
 };
