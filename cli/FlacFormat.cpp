@@ -8,6 +8,12 @@
 
 namespace
 {
+bool startsLikeFlac (juce::InputStream& stream)
+{
+    char magic[4] = {};
+    return stream.read (magic, 4) == 4 && std::memcmp (magic, "fLaC", 4) == 0;
+}
+
 class FlacReader final : public juce::AudioFormatReader
 {
 public:
@@ -223,29 +229,12 @@ private:
 };
 } // namespace
 
-FlacFormat::FlacFormat() : juce::AudioFormat ("FLAC file", ".flac") {}
+FlacFormat::FlacFormat() : ReadOnlyFormat ("FLAC file", ".flac") {}
 
 juce::AudioFormatReader* FlacFormat::createReaderFor (juce::InputStream* stream,
                                                       bool deleteStreamIfOpeningFails)
 {
-    if (stream == nullptr)
-        return nullptr;
-    const auto start = stream->getPosition();
-    char magic[4] = {};
-    const bool flac = stream->read (magic, 4) == 4 && std::memcmp (magic, "fLaC", 4) == 0;
-    stream->setPosition (start);
-    std::unique_ptr<FlacReader> reader;
-    if (flac)
-    {
-        reader = std::make_unique<FlacReader> (stream);
-        if (reader->isOpen())
-            return reader.release();
-        reader->input = nullptr; // the stream is dealt with below
-    }
-    stream->setPosition (start);
-    if (deleteStreamIfOpeningFails)
-        delete stream;
-    return nullptr;
+    return open<FlacReader> (stream, deleteStreamIfOpeningFails, startsLikeFlac);
 }
 
 juce::String FlacFormat::damageOf (juce::AudioFormatReader const& reader)

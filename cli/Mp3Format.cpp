@@ -200,28 +200,10 @@ private:
 };
 } // namespace
 
-Mp3Format::Mp3Format() : juce::AudioFormat ("MP3 file", ".mp3") {}
+Mp3Format::Mp3Format() : ReadOnlyFormat ("MP3 file", ".mp3") {}
 
 juce::AudioFormatReader* Mp3Format::createReaderFor (juce::InputStream* stream,
                                                      bool deleteStreamIfOpeningFails)
 {
-    if (stream == nullptr)
-        return nullptr;
-    const auto start = stream->getPosition();
-    if (!looksLikeMp3 (*stream))
-    {
-        if (deleteStreamIfOpeningFails)
-            delete stream;
-        return nullptr;
-    }
-    auto reader = std::make_unique<Mp3Reader> (stream);
-    if (reader->isOpen())
-        return reader.release();
-    // The reader owns the stream; a caller that keeps it gets it back where it was.
-    if (!deleteStreamIfOpeningFails)
-    {
-        reader->input = nullptr;
-        stream->setPosition (start);
-    }
-    return nullptr;
+    return open<Mp3Reader> (stream, deleteStreamIfOpeningFails, looksLikeMp3);
 }
