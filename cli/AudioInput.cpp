@@ -3,6 +3,7 @@
 #include "FlacFormat.h"
 #include "Mp3Format.h"
 #include "RegularFile.h"
+#include "UntrustedXml.h"
 
 #include <algorithm>
 #include <cmath>
@@ -45,7 +46,36 @@ struct HeaderClaims
     juce::int64 oversizedBytes = 0;
     bool container = false;  ///< a WAV or AIFF container was recognised
     bool soundChunk = false; ///< and its walk reached the sound data ("data", "SSND")
+    juce::String badChunk;   ///< a metadata chunk JUCE's readers would choke on, and why
 };
+
+/** What JUCE's readers would make of a metadata chunk they loop over or parse, checked first:
+    an AIFF comment or marker count larger than its chunk can hold (each is read, to the end of
+    the file and past it, and kept: 65535 of them took seconds), and WAV iXML or aXML text,
+    which JUCE parses with its own XML reader (see parseUntrustedXml). Empty when the chunk is
+    fine; the stream is left where it was. */
+juce::String checkMetadata (juce::InputStream& stream, const char* id, juce::uint32 size, bool wav)
+{
+    const auto start = stream.getPosition();
+    const auto is = [&] (const char* name) { return std::memcmp (id, name, 4) == 0; };
+    juce::String problem;
+    if (!wav && (is ("COMT") || is ("MARK")) && size >= 2)
+    {
+        const auto count = static_cast<juce::uint16> (stream.readShortBigEndian());
+        if (2 + 8 * static_cast<juce::uint32> (count) > size)
+            problem = "a \"" + juce::String (id, 4) + "\" chunk of " + juce::String (size)
+                      + " bytes claims " + juce::String (count) + " entries";
+    }
+    else if (wav && (is ("iXML") || is ("axml")))
+    {
+        juce::MemoryBlock text;
+        if (size > untrustedXml::maximumBytes || stream.readIntoMemoryBlock (text, size) != size
+            || parseUntrustedXml (text.getData(), text.getSize()) == nullptr)
+            problem = "its \"" + juce::String (id, 4) + "\" chunk is not well-formed XML";
+    }
+    stream.setPosition (start);
+    return problem;
+}
 
 /** Walks the chunks of a RIFF/RF64 WAVE or FORM AIFF/AIFC file of `bytes` bytes as JUCE's
     readers will. Leaves the stream at its start. */
@@ -96,6 +126,11 @@ HeaderClaims readHeaderClaims (juce::InputStream& stream, juce::int64 bytes)
             }
             break;
         }
+        if (const auto problem = checkMetadata (stream, id, size, wav); problem.isNotEmpty())
+        {
+            claims.badChunk = problem;
+            break;
+        }
         if (wav && is ("fmt ") && size >= 4)
         {
             const auto chunkStart = stream.getPosition();
@@ -144,6 +179,11 @@ std::unique_ptr<juce::AudioFormatReader> openReader (std::unique_ptr<juce::Input
         error = "the header of " + name + " claims a " + juce::String (claims.oversizedBytes)
                 + "-byte \"" + claims.oversizedChunk + "\" chunk, but the file holds "
                 + juce::String (bytes) + " bytes (cut short or damaged)";
+        return nullptr;
+    }
+    if (claims.badChunk.isNotEmpty())
+    {
+        error = name + " is damaged: " + claims.badChunk;
         return nullptr;
     }
     if (claims.container && !claims.soundChunk)

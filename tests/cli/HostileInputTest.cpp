@@ -268,6 +268,36 @@ TEST (HostileInput, DamagedAndForeignFilesAreNotPassedOffAsAudio)
         EXPECT_EQ (run.exitCode, 1) << foreign.getFileName() << "\n" << run.output;
         EXPECT_FALSE (out.exists());
     }
+    // Metadata JUCE's readers loop over or parse: an AIFF comment count far beyond its chunk
+    // (found by fuzzing: 65393 comments in 18 bytes took seconds), WAV iXML nested past any
+    // limit (JUCE's XML reader recurses once per level).
+    const auto comments = files ("comments.aiff");
+    juce::MemoryOutputStream aiff;
+    ASSERT_TRUE (juce::Base64::convertFromBase64 (
+        aiff, "Rk9STQAAA7JBSUZGQ09NVAAAABL/cQDzAAD/GEANrOgAAAAAACFTU05EAASsC3kRmQ=="));
+    comments.replaceWithData (aiff.getData(), aiff.getDataSize());
+    const auto ixml = files ("ixml.wav");
+    {
+        const auto sound = wavWithBits (16, 480);
+        std::string text;
+        for (int i = 0; i < 5000; ++i)
+            text += "<a>";
+        juce::MemoryOutputStream wav;
+        wav.write ("RIFF", 4);
+        wav.writeInt (static_cast<int> (sound.getSize() - 8 + 8 + text.size()));
+        wav.write (static_cast<const char*> (sound.getData()) + 8, 28); // "WAVE" and "fmt "
+        wav.write ("iXML", 4);
+        wav.writeInt (static_cast<int> (text.size()));
+        wav.write (text.data(), text.size());
+        wav.write (static_cast<const char*> (sound.getData()) + 36, sound.getSize() - 36);
+        ixml.replaceWithData (wav.getData(), wav.getDataSize());
+    }
+    for (auto const& damaged : {comments, ixml})
+    {
+        const auto run = process (damaged);
+        EXPECT_EQ (run.exitCode, 1) << damaged.getFileName() << "\n" << run.output;
+        EXPECT_TRUE (run.output.contains ("is damaged")) << run.output;
+    }
     for (const int bits : {12, 20, 28})
     {
         const auto odd = files ("odd.wav");
