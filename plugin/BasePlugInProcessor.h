@@ -205,8 +205,9 @@ public:
     void initializeLocalization();
     /** Message thread. */
     juce::String getHelpFilePath (const juce::String& language) const;
-    /** Message thread. */
-    void showHelp() const;
+    /** Opens the help page with the desktop's browser. Empty when it did; otherwise what to tell
+        the user: where the page is, or that it is missing. Message thread. */
+    juce::String showHelp() const;
     /** Where the bundle keeps its resources (presets, translations, help). Any thread. */
     juce::File getResourcesFolder() const;
     /** The user's folder for this plug-in's presets and filters (created on demand). Any

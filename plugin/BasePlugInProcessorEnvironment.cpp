@@ -95,9 +95,17 @@ juce::String BasePlugInProcessor::getHelpFilePath (const juce::String& language)
     return resources.getChildFile (bundle + "_en").getChildFile (page).getFullPathName();
 }
 
-void BasePlugInProcessor::showHelp() const
+juce::String BasePlugInProcessor::showHelp() const
 {
     const auto language =
         juce::SystemStats::getDisplayLanguage().upToFirstOccurrenceOf ("-", false, false);
-    juce::Process::openDocument (getHelpFilePath (language), {});
+    const juce::File page (getHelpFilePath (language));
+    if (!page.existsAsFile())
+        return juce::translate ("The help page is missing (it should be at %1).")
+            .replace ("%1", page.getFullPathName());
+    if (juce::Process::openDocument (page.getFullPathName(), {}))
+        return {};
+    // Without a desktop browser (JUCE tries a handful of them), the user can still open it.
+    return juce::translate ("No web browser could be started. The help page is at %1.")
+        .replace ("%1", page.getFullPathName());
 }

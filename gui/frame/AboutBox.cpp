@@ -1,6 +1,7 @@
 #include "AboutBox.h"
 
 #include "ColourIds.h"
+#include "ErrorBox.h"
 #include "OverlayCard.h"
 
 AboutBox::AboutBox (BasePlugInProcessor& owner) : processor (owner)
@@ -25,7 +26,11 @@ AboutBox::AboutBox (BasePlugInProcessor& owner) : processor (owner)
 #endif
     helpLink.setButtonText (TRANS ("Help..."));
     helpLink.setTooltip (TRANS ("Open the help page"));
-    helpLink.onClick = [this] { processor.showHelp(); };
+    helpLink.onClick = [this]
+    {
+        if (const auto problem = processor.showHelp(); problem.isNotEmpty())
+            showErrorBox (problem, this);
+    };
     addAndMakeVisible (helpLink);
 }
 

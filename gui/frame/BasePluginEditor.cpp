@@ -104,7 +104,10 @@ void BasePluginEditor::headerCommand (PlugInEditorHeader*, int command)
         askToDeauthorise();
 #endif
     if (command == PlugInEditorHeader::helpCommand)
-        basePlugin.showHelp();
+    {
+        if (const auto problem = basePlugin.showHelp(); problem.isNotEmpty())
+            showErrorBox (problem, this);
+    }
     else if (command == PlugInEditorHeader::aboutCommand)
         showAbout();
     else if (command >= PlugInEditorHeader::themeCommandBase

@@ -132,6 +132,8 @@ TEST (KelfinerEnvironment, NamesVersionCodesAndSpeakers)
     EXPECT_TRUE (properties->getFile().getFileName().startsWith ("Kelfiner1"));
     EXPECT_TRUE (processor.getHelpFilePath ("de").endsWith ("Kelfiner_en/kelfiner.html"))
         << "falls back to English";
+    // Where the page is not (the test program has no resources beside it), "Help..." says so.
+    EXPECT_TRUE (processor.showHelp().contains ("missing"));
 }
 
 // Any matching channel count works, beyond the named layouts with a position for every channel;
