@@ -21,18 +21,22 @@ public:
 
     int run() override
     {
+        // The tool's own page, not this command's (which is what help() gives once "help" was
+        // parsed), and each command's with its full name in the usage line.
         if (command.empty())
         {
-            std::printf ("%s", root.help().c_str());
+            std::printf ("%s", root.get_formatter()
+                                   ->make_help (&root, "kelfiner", CLI::AppFormatMode::Normal)
+                                   .c_str());
             return 0;
         }
         for (auto* sub : root.get_subcommands ({}))
             if (sub->check_name (command))
             {
-                std::printf ("%s", sub->help().c_str());
+                std::printf ("%s", sub->help ("kelfiner").c_str());
                 return 0;
             }
-        throw UsageError{"help: \"" + command + "\" is not a command (kelfiner help lists them)"};
+        throw UsageError{"\"" + command + "\" is not a command (kelfiner help lists them)"};
     }
 
 private:

@@ -36,70 +36,98 @@ vesk::audio::Estimator estimatorFromName (std::string const& name)
 
 void SettingsOptions::addLearning (CLI::App& command)
 {
-    command.add_option ("--estimator", estimator,
-                        "spectrum (the long-term spectrum, default) or frames (each frame's model, "
-                        "averaged: the plug-in's original way)");
-    command.add_option ("--threshold", threshold,
-                        "learning threshold in dB (-112 .. -12; default 50 dB under the file's "
-                        "RMS level with the spectrum estimator and no preset, else -36 as in the "
-                        "plug-in)");
-    command.add_option ("--filter-length", filterLength,
-                        "filter length in ms (1 .. 20): the frames' length (x 8) with the "
-                        "spectrum estimator, the model's with frames; default 20 with the "
-                        "spectrum estimator and no preset, else 10 as in the plug-in");
-    command.add_option ("--preset", preset,
-                        "start from a preset: a file, or a name that kelfiner presets lists");
+    command
+        .add_option ("--estimator", estimator,
+                     "spectrum (the long-term spectrum, default) or frames (each frame's model, "
+                     "averaged: the plug-in's original way)")
+        ->type_name ("spectrum|frames");
+    command
+        .add_option ("--threshold", threshold,
+                     "learning threshold in dB (-112 .. -12; default 50 dB under the file's "
+                     "RMS level with the spectrum estimator and no preset, else -36 as in the "
+                     "plug-in)")
+        ->type_name ("DB");
+    command
+        .add_option ("--filter-length", filterLength,
+                     "filter length in ms (1 .. 20): the frames' length (x 8) with the "
+                     "spectrum estimator, the model's with frames; default 20 with the "
+                     "spectrum estimator and no preset, else 10 as in the plug-in")
+        ->type_name ("MS");
+    command
+        .add_option ("--preset", preset,
+                     "start from a preset: a file, or a name that kelfiner presets lists")
+        ->type_name ("FILE|NAME");
 }
 
 void SettingsOptions::addCorrection (CLI::App& command)
 {
-    command.add_option ("--target", target, "target profile: " + targetNames());
-    command.add_option ("--target-filter", targetFilter, "a *.filter file as the custom target");
-    command.add_option ("--reference", reference, "learn the custom target from another recording");
-    command.add_option ("--smoothing", smoothing,
-                        "smooth the correction over this many octaves (0 .. 2; default 1/3 with "
-                        "the spectrum estimator, else 0)");
-    command.add_option ("--gain", gain, "master gain in dB (-24 .. 24)");
+    command.add_option ("--target", target, "target profile: " + targetNames())
+        ->type_name ("PROFILE");
+    command.add_option ("--target-filter", targetFilter, "a *.filter file as the custom target")
+        ->type_name ("FILE");
+    command.add_option ("--reference", reference, "learn the custom target from another recording")
+        ->type_name ("FILE");
+    command
+        .add_option ("--smoothing", smoothing,
+                     "smooth the correction over this many octaves (0 .. 2; default 1/3 with "
+                     "the spectrum estimator, else 0)")
+        ->type_name ("OCTAVES");
+    command.add_option ("--gain", gain, "master gain in dB (-24 .. 24)")->type_name ("DB");
     command
         .add_option ("--emphasis", emphasis,
                      "an emphasis point HZ:PERCENT (up to twelve; turns the emphasis curve on)")
         ->take_all()
         ->allow_extra_args (false);
-    command.add_option ("--max-boost", maxBoost,
-                        "lift no frequency by more than this many dB (0 .. 48; default: no limit)");
-    command.add_option ("--amount", amount,
-                        "apply this share of the correction, in percent of its dB (0 .. 200; "
-                        "default 100)");
-    command.add_option ("--range", range,
-                        "LO:HI in Hz: outside this band the correction is held flat (for example "
-                        "40:16000 above an encoder's low-pass)");
+    command
+        .add_option ("--max-boost", maxBoost,
+                     "lift no frequency by more than this many dB (0 .. 48; default: no limit)")
+        ->type_name ("DB");
+    command
+        .add_option ("--amount", amount,
+                     "apply this share of the correction, in percent of its dB (0 .. 200; "
+                     "default 100)")
+        ->type_name ("PERCENT");
+    command
+        .add_option ("--range", range,
+                     "LO:HI in Hz: outside this band the correction is held flat (for example "
+                     "40:16000 above an encoder's low-pass)")
+        ->type_name ("LO:HI");
     command.add_flag ("--lift-empty-bands", liftEmptyBands,
                       "also lift bands that hold nothing (90 to 100 dB under the material's peak "
                       "level: noise, an encoder's cut-off); by default they are left alone");
-    command.add_option ("--loudness", loudness,
-                        "match (default: the output as loud as the input, BS.1770), off, or a "
-                        "level such as -16LUFS (-70 .. 0)");
-    command.add_option ("--ceiling", ceiling,
-                        "sample-peak ceiling of the output in dBFS (-60 .. 0, default -1) or off; "
-                        "the gain comes down rather than a sample clip");
+    command
+        .add_option ("--loudness", loudness,
+                     "match (default: the output as loud as the input, BS.1770), off, or a "
+                     "level such as -16LUFS (-70 .. 0)")
+        ->type_name ("match|off|LUFS");
+    command
+        .add_option ("--ceiling", ceiling,
+                     "sample-peak ceiling of the output in dBFS (-60 .. 0, default -1) or off; "
+                     "the gain comes down rather than a sample clip")
+        ->type_name ("DBFS|off");
 }
 
 void SettingsOptions::addFileOutputs (CLI::App& command)
 {
-    command.add_option ("--save-filter", saveFilter, "save the learnt filter");
-    command.add_option ("--plot", plot, "draw input, output and correction into a PNG file");
+    command.add_option ("--save-filter", saveFilter, "save the learnt filter")->type_name ("FILE");
+    command.add_option ("--plot", plot, "draw input, output and correction into a PNG file")
+        ->type_name ("FILE");
     command.add_flag ("--live", live,
                       "one pass, as the plug-in hears it (default: learn the whole file first)");
 }
 
 void SettingsOptions::addOutputFormat (CLI::App& command)
 {
-    command.add_option ("--bits", bits,
-                        "16, 24 or 32f (float, WAV only); default: the input's where the format "
-                        "holds it. Fixed-point results are TPDF-dithered");
-    command.add_option ("--format", format,
-                        "wav, flac or aiff: what results are written as (default: the input's, "
-                        "WAV for what the tool cannot write)");
+    command
+        .add_option ("--bits", bits,
+                     "16, 24 or 32f (float, WAV only); default: the input's where the format "
+                     "holds it. Fixed-point results are TPDF-dithered")
+        ->type_name ("16|24|32f");
+    command
+        .add_option ("--format", format,
+                     "wav, flac or aiff: what results are written as (default: the input's, "
+                     "WAV for what the tool cannot write)")
+        ->type_name ("wav|flac|aiff");
 }
 
 juce::String SettingsOptions::outputExtension() const
@@ -172,14 +200,16 @@ JobSettings SettingsOptions::toJobSettings() const
         settings.matchLoudness = false;
         if (*loudness != "off")
         {
+            // A level as users write it: -16, -16LUFS or -16 LUFS.
             auto level = juce::String (*loudness).trim();
-            if (!level.endsWithIgnoreCase ("LUFS"))
+            if (level.endsWithIgnoreCase ("LUFS"))
+                level = level.dropLastCharacters (4).trim();
+            if (!level.containsOnly ("+-.0123456789") || level.isEmpty())
                 throw UsageError{"--loudness \"" + *loudness
                                  + "\" is not a mode: it takes match, off or a level such as "
-                                   "-16LUFS"};
+                                   "-16 (LUFS)"};
             settings.loudnessTargetLufs = static_cast<float> (
-                checkedNumber ("--loudness", level.dropLastCharacters (4).trim().toStdString(),
-                               -70.0, 0.0, "LUFS"));
+                checkedNumber ("--loudness", level.toStdString(), -70.0, 0.0, "LUFS"));
         }
     }
     if (bits)

@@ -78,7 +78,15 @@ TEST (CommandLine, HelpVersionAndGnuStyleValues)
     EXPECT_TRUE (direct.output.contains ("--max-boost")) << direct.output;
     EXPECT_FALSE (kelfiner ({"learn", "--help"}).output.contains ("--plot"));
     EXPECT_TRUE (kelfiner ({"--version"}).output.startsWith ("kelfiner " KELFINER_VERSION));
-    EXPECT_EQ (kelfiner ({"help", "nothing"}).exitCode, 2);
+    const auto nothing = kelfiner ({"help", "nothing"});
+    EXPECT_EQ (nothing.exitCode, 2);
+    EXPECT_FALSE (nothing.output.contains ("help: help:")) << nothing.output;
+    // The tool's page lists its commands; a command's names it in full and types its values.
+    const auto page = kelfiner ({"help"});
+    for (auto const* command : {"process", "analyse", "learn", "info", "presets", "demo"})
+        EXPECT_TRUE (page.output.contains (juce::String ("  ") + command)) << page.output;
+    EXPECT_TRUE (help.output.contains ("Usage: kelfiner process")) << help.output;
+    EXPECT_TRUE (help.output.contains ("--gain DB")) << help.output;
 
     const Folder files;
     writeWav (files ("in.wav"), colouredNoise ({}, 48000, 1, 3), 48000, 16);
@@ -87,6 +95,16 @@ TEST (CommandLine, HelpVersionAndGnuStyleValues)
                                 "--target=speech", "--gain=-3", "--max-boost=12"});
     EXPECT_EQ (run.exitCode, 0) << run.output;
     EXPECT_TRUE (files ("out.wav").existsAsFile());
+    // A loudness as users write it.
+    for (auto const* level : {"-16", "-16LUFS", "-16 LUFS"})
+    {
+        const auto levelled =
+            kelfiner ({"analyse", files ("in.wav").getFullPathName(), "--loudness", level});
+        EXPECT_EQ (levelled.exitCode, 0) << level << "\n" << levelled.output;
+    }
+    EXPECT_EQ (
+        kelfiner ({"analyse", files ("in.wav").getFullPathName(), "--loudness", "loud"}).exitCode,
+        2);
 }
 
 TEST (CommandLine, FoldersAreMirroredAndEveryFileIsAccountedFor)
