@@ -33,7 +33,7 @@ void engineProcess (benchmark::State& state)
     const double rate = static_cast<double> (state.range (0));
     const int blockSize = static_cast<int> (state.range (1));
     const int mode = static_cast<int> (state.range (2));
-    // Inline: the design's way, redesigns inside process() and the direct-form head. Real time:
+    // Inline: the original way, redesigns inside process() and the direct-form head. Real time:
     // the plug-in's way, the announced block size and redesigns on the design thread.
     const bool realtime = state.range (3) != 0;
     const auto estimator = static_cast<Estimator> (state.range (4));

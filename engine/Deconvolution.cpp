@@ -42,7 +42,7 @@ bool Deconvolution::setFormat (const AudioFormat& input, const AudioFormat& outp
     BaseAudioProcessor::setFormat (input, output);
     if (input.channelCount != output.channelCount || !(input.sampleRate == output.sampleRate))
         return false;
-    // Beyond the design's own check: a format without channels or with a rate no audio has
+    // Beyond the check every engine makes: a format without channels or with a rate no audio has
     // would leave the engine without a bin grid or with absurd sizes.
     if (input.channelCount < 1 || !(input.sampleRate >= 1000.0 && input.sampleRate <= 1.0e6))
         return false;

@@ -25,7 +25,7 @@ namespace vesk::audio
     minimum-phase FIR correction with zero added latency.
 
     Threads and locks:
-    - The audio thread calls process(). It holds engineLock for the block, as the design has it,
+    - The audio thread calls process(). It holds engineLock for the block, as the engine always has,
       but in real-time mode nothing else holds that lock for longer than a copy: the analyser
       read-outs, the source filter's get and set, and the calls made while audio does not run
       (setFormat, reset).
@@ -112,12 +112,12 @@ public:
     void setEstimator (Estimator estimatorToUse);
     /** Any thread. */
     Estimator getEstimator() const noexcept { return estimator.load(); }
-    /** Settings beside the design's, for the level and the reach of the correction. All off by
-        default, which is the design's behaviour. */
+    /** Settings beside the parameters, for the level and the reach of the correction. All off
+        by default, which is the engine's original behaviour. */
     struct CorrectionLimits
     {
         /** A static make-up gain, computed at each design from the learnt spectrum, keeps the
-            K-weighted (BS.1770) loudness of the material as it was, instead of the design's
+            K-weighted (BS.1770) loudness of the material as it was, instead of the original
             level matching. */
         bool loudnessMatched = false;
         /** No bin is lifted by more than this (dB). */
@@ -259,7 +259,7 @@ private:
     Signal32 sourceEstimate; // no samples: nothing learnt (the storage is kept for learning)
     double sourceSampleRate = 0.0;
     // The long-term-spectrum estimator's state: the sum of the frames' power spectra on the
-    // design's bin grid, which stands for the estimate while it holds frames.
+    // correction's bin grid, which stands for the estimate while it holds frames.
     std::vector<double> spectrumSum;
     std::uint64_t spectrumFrames = 0;
     FourierTransform spectrumTransform;

@@ -7,8 +7,8 @@ namespace vesk::audio
 {
 int Deconvolution::spectrumFrameLength() const
 {
-    // Eight times the filter length, to a power of two, at most the design's transform: at 20 ms
-    // that is the transform itself (8192 samples at 44.1 and 48 kHz), so the learnt spectrum
+    // Eight times the filter length, to a power of two, at most the correction's transform: at 20
+    // ms that is the transform itself (8192 samples at 44.1 and 48 kHz), so the learnt spectrum
     // resolves what the 50 ms correction can; shorter lengths learn a coarser spectrum.
     const int wanted = 8 * (estimationLength() + 1);
     return std::min (MathEx::findLargerPowerOfTwo (std::max (wanted, 2)), std::max (fftSize, 2));
@@ -48,7 +48,7 @@ void Deconvolution::learnSpectrum (const Signal32& frame)
         spectrumWindowPower = power;
     }
 
-    // Frames shorter than the transform are zero-padded: every length lands on the design's bin
+    // Frames shorter than the transform are zero-padded: every length lands on the correction's bin
     // grid, and frames of different lengths weigh by their power per sample.
     float* padded = spectrumFrame.getChannel (0);
     const complex32* spectrum = spectrumBins.getChannel (0);

@@ -83,7 +83,7 @@ TEST (LongTermSpectrumEstimator, RecoversAStationaryColouration)
 }
 
 // The learning frames follow the filter length (eight times it, to a power of two) up to the
-// design's own transform, which sets the finest resolution worth learning.
+// correction's own transform, which sets the finest resolution worth learning.
 TEST (LongTermSpectrumEstimator, FramesFollowTheFilterLengthUpToTheTransform)
 {
     Deconvolution engine;

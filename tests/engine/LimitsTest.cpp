@@ -1,4 +1,4 @@
-// The settings beside the design's that bound the correction: loudness kept by a static make-up
+// The settings beside the parameters that bound the correction: loudness kept by a static make-up
 // gain, a maximum boost, and bands that hold nothing left alone.
 #include "Deconvolution.h"
 #include "Spectra.h"
@@ -80,7 +80,7 @@ TEST (CorrectionLimits, LoudnessMatchedKeepsTheKWeightedLevel)
     { return kWeightedDb (processAll (engine, signal).extractSection (9600, 4 * 48000 - 9600)); };
     EXPECT_NEAR (level (matched), input, 0.5);
     EXPECT_GT (std::fabs (level (designLevel) - input), 2.0)
-        << "the design's level matching moves the loudness of such material";
+        << "the original level matching moves the loudness of such material";
 }
 
 TEST (CorrectionLimits, MaximumBoostAndEmptyBands)
