@@ -38,7 +38,21 @@ juce::PropertiesFile* BasePlugInProcessor::createPropertiesFile() const
                             .getChildFile (options.applicationName + ".prop");
     if (beside.getParentDirectory().hasWriteAccess() && beside.existsAsFile())
         return new juce::PropertiesFile (beside, options);
+#if JUCE_MAC
     return new juce::PropertiesFile (options);
+#else
+    // Beside the presets and filters, under ~/.config (JUCE's own choice on Linux is a folder
+    // named after the maker directly in the home folder); a file left there by an earlier
+    // version moves along.
+    const auto file = juce::File::getSpecialLocation (juce::File::userApplicationDataDirectory)
+                          .getChildFile (makerName)
+                          .getChildFile (options.applicationName + ".prop");
+    const auto earlier = options.getDefaultFile();
+    if (!file.existsAsFile() && earlier.existsAsFile()
+        && file.getParentDirectory().createDirectory())
+        earlier.moveFileTo (file);
+    return new juce::PropertiesFile (file, options);
+#endif
 }
 
 juce::File BasePlugInProcessor::getResourcesFolder() const

@@ -130,6 +130,9 @@ TEST (KelfinerEnvironment, NamesVersionCodesAndSpeakers)
 
     std::unique_ptr<juce::PropertiesFile> properties (processor.createPropertiesFile());
     EXPECT_TRUE (properties->getFile().getFileName().startsWith ("Kelfiner1"));
+    EXPECT_EQ (properties->getFile().getParentDirectory(),
+               processor.getUserDataFolder().getParentDirectory())
+        << "under ~/.config with the presets, not in a folder of its own in the home folder";
     EXPECT_TRUE (processor.getHelpFilePath ("de").endsWith ("Kelfiner_en/kelfiner.html"))
         << "falls back to English";
     // Where the page is not (the test program has no resources beside it), "Help..." says so.
