@@ -1,18 +1,21 @@
 // Writes an LV2 state folder (manifest.ttl, state.ttl) holding a Kelfiner state that a host
-// which is not JUCE loads (jalv -l FOLDER): the master gain at -18 dB and the "Speech" target,
-// so that whoever plays it can tell the state was taken by the level of what comes out.
+// which is not JUCE loads (jalv -l FOLDER): learning held (so the correction does not wander
+// with what is played), the "Speech" target and the master gain given, so that whoever plays
+// two such states can tell they were taken by the difference in level of what comes out.
 
 #include "KelfinerAudioProcessor.h"
 
+#include <cstdlib>
 #include <iostream>
 
 int main (int argc, char** argv)
 {
-    if (argc != 2)
+    if (argc != 3)
     {
-        std::cerr << "usage: write_lv2_state FOLDER\n";
+        std::cerr << "usage: write_lv2_state FOLDER GAIN_DB\n";
         return 2;
     }
+    const auto gain = static_cast<float> (std::atof (argv[2]));
     const juce::ScopedJuceInitialiser_GUI juce;
     const juce::File folder (juce::File::getCurrentWorkingDirectory().getChildFile (argv[1]));
     if (!folder.createDirectory())
@@ -24,7 +27,9 @@ int main (int argc, char** argv)
     {
         KelfinerAudioProcessor processor;
         processor.setCheckedParameterValue (
-            EngineParameterId (vesk::audio::Deconvolution::masterGainIndex), -18.0f);
+            EngineParameterId (vesk::audio::Deconvolution::estimationModeIndex), 2.0f);
+        processor.setCheckedParameterValue (
+            EngineParameterId (vesk::audio::Deconvolution::masterGainIndex), gain);
         processor.setCheckedParameterValue (
             EngineParameterId (vesk::audio::Deconvolution::targetModelIndex),
             vesk::audio::Deconvolution::speech);
