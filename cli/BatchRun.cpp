@@ -118,6 +118,7 @@ int runBatch (std::vector<BatchItem> const& items, JobSettings const& job,
                             t->progress.phase = phase;
                             t->progress.fraction = fraction;
                         });
+                    t->progress.failed = !t->result.ok;
                     t->progress.done = true;
                 });
         while (pool.getNumJobs() > 0)

@@ -2,6 +2,7 @@
 
 #include "KelfinerAudioProcessor.h"
 #include "LicenseManager.h"
+#include "RegularFile.h"
 
 #include <cstdio>
 
@@ -65,6 +66,12 @@ int LicenceCommand::run()
     if (verb == "authorise")
     {
         const auto file = fileArgument (keyFile);
+        // A key that cannot be read is not a key that is wrong: say which.
+        if (juce::String whyNot; !regularFile::check (file, &whyNot))
+        {
+            printError (file.getFullPathName() + " " + whyNot);
+            return 1;
+        }
         const auto verdict = licences.authoriseFromFile (file);
         if (verdict != Verdict::accepted)
         {

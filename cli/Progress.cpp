@@ -36,9 +36,10 @@ void ProgressReport::update()
             if (!reported[i] && files[i]->done)
             {
                 reported[i] = true;
-                std::fprintf (stderr, "kelfiner: [%d/%d] %s finished at %s\n",
-                              static_cast<int> (i + 1), static_cast<int> (files.size()),
-                              files[i]->name.toRawUTF8(), clock (elapsed).toRawUTF8());
+                std::fprintf (stderr, "kelfiner: [%d/%d] %s %s at %s\n", static_cast<int> (i + 1),
+                              static_cast<int> (files.size()), files[i]->name.toRawUTF8(),
+                              files[i]->failed ? "failed" : "finished",
+                              clock (elapsed).toRawUTF8());
             }
         std::fflush (stderr);
         return;

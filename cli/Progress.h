@@ -12,6 +12,7 @@ struct FileProgress
     std::atomic<const char*> phase{"waiting"};
     std::atomic<double> fraction{0.0}; // of the whole file's work
     std::atomic<bool> done{false};
+    std::atomic<bool> failed{false}; // set before done
 };
 
 /** How a run tells where it is: a live line on a terminal (file, phase, time left), one line per

@@ -64,7 +64,12 @@ juce::File BasePlugInProcessor::getResourcesFolder() const
     // VST3: Name.vst3/Contents/<arch>/Name.so; LV2: Name.lv2/Name.so; anything else (the
     // stand-alone program, the tool) keeps a Resources folder beside its executable, or, once
     // installed, finds them in PREFIX/share/kelfiner.
-    const auto executable = juce::File::getSpecialLocation (juce::File::currentExecutableFile);
+    // A plug-in is the library it was loaded from; a program (the stand-alone, the tool) is what
+    // the system ran, which JUCE's own lookup takes from argv[0] and so misses when the program
+    // was found through PATH.
+    const bool plugIn = wrapperType == wrapperType_VST3 || wrapperType == wrapperType_LV2;
+    const auto executable = juce::File::getSpecialLocation (
+        plugIn ? juce::File::currentExecutableFile : juce::File::hostApplicationPath);
     const auto bundle = executable.getParentDirectory().getParentDirectory().getParentDirectory();
     if (bundle.hasFileExtension ("vst3"))
         return bundle.getChildFile ("Contents/Resources");

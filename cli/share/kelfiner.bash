@@ -16,9 +16,16 @@ _kelfiner()
         return
     fi
     case $prev in
+        --preset)
+            # Preset names (they hold spaces: one a line), then preset files.
+            local IFS=$'\n'
+            local names
+            names=$(kelfiner presets 2> /dev/null | sed -E 's/ +(factory|user) +target .*//')
+            COMPREPLY=($(compgen -W "$names" -- "$cur") $(compgen -f -X '!*.xml' -- "$cur") $(compgen -d -- "$cur"))
+            return ;;
         --target) COMPREPLY=($(compgen -W "automatic music music-dark music-less-harsh speech custom" -- "$cur")); return ;;
         --estimator) COMPREPLY=($(compgen -W "spectrum frames" -- "$cur")); return ;;
-        --loudness) COMPREPLY=($(compgen -W "match off -16LUFS -23LUFS" -- "$cur")); return ;;
+        --loudness) COMPREPLY=($(compgen -W "match off -16 -23" -- "$cur")); return ;;
         --ceiling) COMPREPLY=($(compgen -W "-1 off" -- "$cur")); return ;;
         --bits) COMPREPLY=($(compgen -W "16 24 32f" -- "$cur")); return ;;
         --format) COMPREPLY=($(compgen -W "wav flac aiff" -- "$cur")); return ;;

@@ -286,6 +286,10 @@ TEST (CommandLine, LicenceCommandsExplainAndKeepWhatIsStored)
     EXPECT_TRUE (refused.output.contains ("not genuine")) << refused.output;
     EXPECT_TRUE (kelfiner ({"licence", "status"}).output.contains ("demo mode"));
     EXPECT_EQ (kelfiner ({"licence", "deauthorise"}).exitCode, 0);
+    const auto missing =
+        kelfiner ({"licence", "authorise", folder.getChildFile ("no-such.key").getFullPathName()});
+    EXPECT_EQ (missing.exitCode, 1);
+    EXPECT_TRUE (missing.output.contains ("does not exist")) << missing.output;
     EXPECT_EQ (kelfiner ({"licence", "bogus"}).exitCode, 2);
     folder.deleteRecursively();
 }

@@ -1,6 +1,8 @@
 // The tool's command line: every value checked, help where users look, batches from folders.
 #include "ToolHelpers.h"
 
+#include <cstdlib>
+
 using namespace tool_test;
 
 namespace
@@ -68,6 +70,25 @@ TEST (CommandLine, EveryMalformedOrOutOfRangeValueIsRefusedWithItsRange)
     EXPECT_TRUE (missing.output.contains ("no such file")) << missing.output;
 }
 
+// Run as users run it, found through PATH (argv[0] without a folder), the tool still finds its
+// factory presets; and bash completion offers their names after --preset.
+TEST (CommandLine, FoundThroughThePathItFindsItsPresets)
+{
+    const juce::File tool (KELFINER_TOOL);
+    const auto path = tool.getParentDirectory().getFullPathName() + ":" + std::getenv ("PATH");
+    const auto completion = juce::File (KELFINER_SOURCE_DIR "/cli/share/kelfiner.bash");
+    juce::ChildProcess shell;
+    ASSERT_TRUE (shell.start (juce::StringArray{
+        "bash", "-c",
+        "export PATH='" + path + "'; cd / && kelfiner presets && source '"
+            + completion.getFullPathName()
+            + "' && COMP_WORDS=(kelfiner process in.wav --preset Pod) && COMP_CWORD=4 && _kelfiner;"
+              " printf 'offered: %s\\n' \"${COMPREPLY[@]}\""}));
+    const auto output = shell.readAllProcessOutput();
+    EXPECT_TRUE (output.contains ("Podcast voice")) << output;
+    EXPECT_TRUE (output.contains ("offered: Podcast voice")) << output;
+}
+
 TEST (CommandLine, HelpVersionAndGnuStyleValues)
 {
     const auto help = kelfiner ({"help", "process"});
@@ -128,8 +149,9 @@ TEST (CommandLine, FoldersAreMirroredAndEveryFileIsAccountedFor)
 
     const auto tree =
         kelfiner ({"process", takes.getFullPathName(), "-o", files ("tree").getFullPathName(),
-                   "--recursive", "--plot", files ("any.png").getFullPathName()});
+                   "--recursive", "--plot", files ("any.png").getFullPathName(), "--progress"});
     EXPECT_EQ (tree.exitCode, 1) << "one file failed:\n" << tree.output;
+    EXPECT_TRUE (tree.output.contains ("/day2/broken.wav failed at")) << tree.output;
     EXPECT_TRUE (files ("tree/a.wav").existsAsFile());
     EXPECT_TRUE (files ("tree/a.png").existsAsFile());
     EXPECT_TRUE (files ("tree/day2/b.wav").existsAsFile());
