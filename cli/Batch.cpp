@@ -81,9 +81,14 @@ std::vector<BatchItem> planBatch (std::vector<std::string> const& inputs, juce::
         else
         {
             if (extension.isNotEmpty() && !output.hasFileExtension (extension))
-                throw UsageError{"-o " + output.getFullPathName().toStdString() + " is a "
-                                 + output.getFileExtension().toStdString() + " file, not "
-                                 + extension.substring (1).toStdString()};
+                throw UsageError{
+                    "-o " + output.getFullPathName().toStdString()
+                    + (output.getFileExtension().isEmpty()
+                           ? " has no extension"
+                           : " is a " + output.getFileExtension().substring (1).toStdString()
+                                 + " file")
+                    + ": with --format " + extension.substring (1).toStdString() + ", name it "
+                    + output.getFileNameWithoutExtension().toStdString() + extension.toStdString()};
             item.output = output;
         }
     }

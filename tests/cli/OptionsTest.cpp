@@ -116,6 +116,12 @@ TEST (CommandLine, HelpVersionAndGnuStyleValues)
                                 "--target=speech", "--gain=-3", "--max-boost=12"});
     EXPECT_EQ (run.exitCode, 0) << run.output;
     EXPECT_TRUE (files ("out.wav").existsAsFile());
+    const auto noExtension = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
+                                        files ("result").getFullPathName(), "--format", "wav"});
+    EXPECT_EQ (noExtension.exitCode, 2);
+    EXPECT_TRUE (noExtension.output.contains ("has no extension: with --format wav, name it "
+                                              "result.wav"))
+        << noExtension.output;
     // A loudness as users write it.
     for (auto const* level : {"-16", "-16LUFS", "-16 LUFS"})
     {
