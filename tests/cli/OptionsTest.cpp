@@ -1,8 +1,6 @@
 // The tool's command line: every value checked, help where users look, batches from folders.
 #include "ToolHelpers.h"
 
-#include <cstdlib>
-
 using namespace tool_test;
 
 namespace
@@ -76,7 +74,8 @@ TEST (CommandLine, EveryMalformedOrOutOfRangeValueIsRefusedWithItsRange)
 TEST (CommandLine, FoundThroughThePathItFindsItsPresets)
 {
     const juce::File tool (KELFINER_TOOL);
-    const auto path = tool.getParentDirectory().getFullPathName() + ":" + std::getenv ("PATH");
+    const auto path = tool.getParentDirectory().getFullPathName() + ":"
+                      + juce::SystemStats::getEnvironmentVariable ("PATH", "/usr/bin:/bin");
     const auto completion = juce::File (KELFINER_SOURCE_DIR "/cli/share/kelfiner.bash");
     juce::ChildProcess shell;
     ASSERT_TRUE (shell.start (juce::StringArray{
