@@ -1,13 +1,12 @@
 #include "OfflineJob.h"
 
-#include "RegularFile.h"
-
 #include "AudioInput.h"
 #include "FilterFile.h"
 #include "FlacFormat.h"
 #include "InterruptCleanup.h"
 #include "LevelMeter.h"
 #include "Plot.h"
+#include "RegularFile.h"
 #include "Report.h"
 #include "WindowFunctions.h"
 
@@ -454,6 +453,12 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     describeCorrection (curve, frequencies, rate, result);
     result.deviationBeforeDb = tonalDeviation (before.power(), rate, frequencies, target);
     result.deviationAfterDb = tonalDeviation (after.power(), rate, frequencies, target);
+    // What the run did, in the words the plot's title uses: the report records it too.
+    result.settingsUsed =
+        describeRun (input, settings,
+                     static_cast<int> (engine.getParameterValue (Deconvolution::targetModelIndex)),
+                     engine.getParameterValue (Deconvolution::estimationThresholdIndex),
+                     engine.getParameterValue (Deconvolution::filterLengthIndex));
     if (!writes)
     {
         result.ok = true; // measured and reported, nothing written
@@ -527,18 +532,8 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         auto asWritten = after.power();
         for (auto& power : asWritten)
             power *= static_cast<double> (gain) * gain;
-        const auto model =
-            static_cast<int> (engine.getParameterValue (Deconvolution::targetModelIndex));
-        const PlotData plotted{
-            before.power(),
-            asWritten,
-            rate,
-            frequencies,
-            curve * gain,
-            target,
-            describeRun (input, settings, model,
-                         engine.getParameterValue (Deconvolution::estimationThresholdIndex),
-                         engine.getParameterValue (Deconvolution::filterLengthIndex))};
+        const PlotData plotted{before.power(), asWritten,          rate, frequencies, curve * gain,
+                               target,         result.settingsUsed};
         if (!drawPlot (plotTemporary->getFile(), plotted))
         {
             result.error = "cannot write the plot: " + settings.plot.getFullPathName();

@@ -1,8 +1,7 @@
 #include "Plot.h"
 
-#include "RegularFile.h"
-
 #include "InterruptCleanup.h"
+#include "RegularFile.h"
 
 #include <juce_graphics/juce_graphics.h>
 

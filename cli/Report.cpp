@@ -1,9 +1,8 @@
 #include "Report.h"
 
-#include "RegularFile.h"
-
 #include "InterruptCleanup.h"
 #include "Profiles.h"
+#include "RegularFile.h"
 
 #include <cmath>
 
@@ -126,6 +125,7 @@ void JsonReport::add (juce::String const& shownName, juce::File const& output,
         files.add (juce::var (entry));
         return;
     }
+    entry->setProperty ("settings", result.settingsUsed);
     entry->setProperty ("learntFrames", static_cast<juce::int64> (result.learntFrames));
     entry->setProperty ("learntSeconds", std::round (result.learntSeconds * 100.0) / 100.0);
     juce::Array<juce::var> curve;

@@ -268,6 +268,12 @@ TEST (CommandLine, ReportsAgreeWithTheSummaryAndAnalyseWritesNoAudio)
     EXPECT_GT (entry["correction"]["curveHzDb"].size(), 25);
     EXPECT_LE (static_cast<double> (entry["peakDbfs"]["out"]), -1.0 + 1.0e-6);
     EXPECT_TRUE (entry["warnings"].isArray());
+    // What was asked for, as the plot's title says it: the target, the estimator, the values.
+    const auto settings = entry["settings"].toString();
+    EXPECT_TRUE (settings.contains ("target: Music") && settings.contains ("long-term spectrum")
+                 && settings.contains ("threshold") && settings.contains ("loudness kept"))
+        << settings;
+    EXPECT_TRUE (report["tool"].toString().startsWith ("kelfiner " KELFINER_VERSION));
 
     // The same measures without any audio written; an existing report needs --force.
     const auto analysed = kelfiner ({"analyse", files ("in.wav").getFullPathName(), "--target",
