@@ -145,6 +145,7 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::AudioFormat
     applyLearning (processor, settings, reader);
     Deconvolution::CorrectionLimits limits;
     limits.spareEmptyBands = settings.spareEmptyBands;
+    limits.departuresOnly = settings.departuresOnly;
     limits.smoothingOctaves = settings.smoothingOctaves.value_or (
         usesLongTermSpectrum (settings) ? defaultSmoothingOctaves : 0.0f);
     if (settings.maximumBoostDb)

@@ -31,6 +31,9 @@ struct JobSettings
     std::optional<float> smoothingOctaves;
     /** Bands that hold nothing (90 to 100 dB under the learnt spectrum's peak) are not lifted. */
     bool spareEmptyBands = true;
+    /** The correction follows the target only where the material departs from it (the engine's
+        departuresOnly); false imposes the profile in full. */
+    bool departuresOnly = true;
     /** The output's integrated loudness is brought back to the input's. */
     bool matchLoudness = true;
     /** Instead, the output's integrated loudness is brought to this (LUFS). */

@@ -95,6 +95,10 @@ void SettingsOptions::addCorrection (CLI::App& command)
     command.add_flag ("--lift-empty-bands", liftEmptyBands,
                       "also lift bands that hold nothing (90 to 100 dB under the material's peak "
                       "level: noise, an encoder's cut-off); by default they are left alone");
+    command.add_flag ("--impose-target", imposeTarget,
+                      "impose the target profile in full; by default the correction follows it "
+                      "only where the material departs from it by more than its kind naturally "
+                      "varies, and lifts no band far under the material's level at 1 kHz");
     command
         .add_option ("--loudness", loudness,
                      "match (default: the output as loud as the input, BS.1770), off, or a "
@@ -239,6 +243,7 @@ JobSettings SettingsOptions::toJobSettings() const
     settings.live = live;
     settings.force = force;
     settings.spareEmptyBands = !liftEmptyBands;
+    settings.departuresOnly = !imposeTarget;
 
     // A reference or a filter file is a custom target; any other target beside one contradicts it.
     if (targetFilter && reference)

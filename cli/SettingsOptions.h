@@ -14,7 +14,7 @@ struct SettingsOptions
         filterLength, gain, preset, saveFilter, plot, maxBoost, loudness, ceiling, bits, format,
         amount, range;
     std::vector<std::string> emphasis;
-    bool live = false, liftEmptyBands = false, force = false;
+    bool live = false, liftEmptyBands = false, imposeTarget = false, force = false;
 
     /** How the learning works: --estimator, --threshold, --filter-length, --preset. */
     void addLearning (CLI::App& command);

@@ -136,7 +136,20 @@ public:
         /** Outside this band the correction holds its value at the nearer edge (Hz): nothing is
             chased above an encoder's low-pass or below a microphone's roll-off. */
         float lowestHz = 0.0f, highestHz = std::numeric_limits<float>::infinity();
+        /** A built-in profile describes a kind of material, not one recording: the correction
+            follows it only where the learnt balance departs from it by more than that kind of
+            material naturally varies (naturalVariationDb, more at the ends of the range), and
+            lifts no band that lies far under the material's level at 1 kHz (rumble, a codec's
+            band limit, the noise above a resampler's cut-off). With every target, "Custom"
+            included, the correction grows with what has been learnt over the first seconds
+            (growthSeconds), so that switching Learn on makes no jump. */
+        bool departuresOnly = false;
     };
+    /** How far a kind of material naturally strays from its profile (dB), chosen by
+        measurement (README, "How the tool learns"). */
+    static constexpr float naturalVariationDb = 5.0f;
+    /** Over this much learnt material the correction grows from nothing to its full size. */
+    static constexpr double growthSeconds = 2.0;
     /** Any thread but the audio thread; redesigns. */
     void setCorrectionLimits (const CorrectionLimits& limits);
     /** Any thread but the audio thread. */
@@ -193,6 +206,12 @@ public:
     void averageOverOctaves (std::vector<double>& values, double octaves) const;
     /** The narrow band over which smoothing first averages power (octaves). */
     static constexpr double partialsOctaves = 1.0 / 6.0;
+    /** Keeps, of a correction, only what departs from the target by more than the material's
+        natural variation (soft-thresholded in dB around the level that fits most of the range). */
+    void spareNaturalVariation (Signal32& correction);
+    /** Caps lifts of bands lying far under the material's level at 1 kHz, given the source's
+        whitening magnitudes. */
+    void spareUnheldBands (Signal32& curve, const Signal32& whitening);
     /** Applies the correction limits to a curve, given the source's whitening magnitudes. */
     void applyCorrectionLimits (Signal32& curve, const Signal32& whitening);
     /** One minimum-phase impulse response of 50 ms per channel of magnitudes. */
@@ -298,11 +317,13 @@ private:
     Signal32 sourceSnapshot;
     std::vector<double> spectrumSnapshot; // used instead when it holds bins
     double snapshotSampleRate = 0.0;
-    bool snapshotStale = false; // audio side: the last publication found the lock taken
+    double snapshotLearntSeconds = 0.0; // infinite for a loaded or averaged-frames model
+    bool snapshotStale = false;         // audio side: the last publication found the lock taken
 
     // Design side, under designLock.
     Signal32 designSource;
     double designSourceRate = 0.0;
+    double designLearntSeconds = 0.0;
     CorrectionLimits correctionLimits;
     std::vector<double> designSpectrum;
     std::vector<double> designCoefficients;

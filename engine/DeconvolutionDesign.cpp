@@ -183,6 +183,7 @@ void Deconvolution::updateFilter()
         if (learnt > 0)
             ippsCopy_32f (sourceSnapshot.getChannel (0), designSource.getChannel (0), learnt);
         designSourceRate = snapshotSampleRate;
+        designLearntSeconds = snapshotLearntSeconds;
     }
     // The long-term spectrum's model is made here, once per design, off the audio thread.
     if (!designSpectrum.empty())
@@ -201,6 +202,9 @@ void Deconvolution::updateFilter()
             updateTargetMagnitudes (source);
         Signal32 correction = smoothedCorrection (source, targetMagnitudes);
         sanitise (correction);
+        // A custom target was learnt from one recording: it is followed exactly.
+        if (correctionLimits.departuresOnly && targetModel != custom)
+            spareNaturalVariation (correction);
 
         // Level matching. The bin weights average 1, so dividing by the mean of the weighted curve
         // gives the correction a weighted mean of 1: learning changes the colour, not the loudness.

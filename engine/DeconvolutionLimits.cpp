@@ -1,5 +1,6 @@
 #include "Deconvolution.h"
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 
@@ -108,6 +109,90 @@ Signal32 Deconvolution::smoothedCorrection (const Signal32& whitening, const Sig
     return correction;
 }
 
+namespace
+{
+/** The median of values weighted by their weights (both nonempty, same size). */
+double weightedMedian (std::vector<std::pair<double, double>> valueAndWeight)
+{
+    std::sort (valueAndWeight.begin(), valueAndWeight.end());
+    double total = 0.0;
+    for (auto const& [value, weight] : valueAndWeight)
+        total += weight;
+    double sum = 0.0;
+    for (auto const& [value, weight] : valueAndWeight)
+        if ((sum += weight) >= total / 2.0)
+            return value;
+    return valueAndWeight.back().first;
+}
+} // namespace
+
+void Deconvolution::spareNaturalVariation (Signal32& correction)
+{
+    const juce::ScopedLock lock (designLock);
+    const int bins =
+        std::min (correction.getNumSamples(), static_cast<int> (binFrequencies.size()));
+    float* c = correction.getChannel (0);
+    // The level at which the target fits most of the range: the median of the correction over
+    // 100 Hz .. 8 kHz, each octave counting the same.
+    std::vector<std::pair<double, double>> levels;
+    for (int k = 1; k < bins; ++k)
+    {
+        const double f = binFrequencies[static_cast<std::size_t> (k)];
+        if (f >= 100.0 && f <= 8000.0)
+            levels.emplace_back (std::log (std::max (c[k], 1.0e-10f)), 1.0 / f);
+    }
+    if (levels.empty())
+        return;
+    const double reference = weightedMedian (std::move (levels));
+    const double tolerance = naturalVariationDb / 20.0 * std::log (10.0);
+    for (int k = 0; k < bins; ++k)
+    {
+        // Below 200 Hz and above 8 kHz material varies more (the bass of an arrangement, air,
+        // a microphone's roll-off): the tolerance grows to 2.5 times over the octave beyond.
+        const double f =
+            std::max (static_cast<double> (binFrequencies[static_cast<std::size_t> (k)]), 1.0);
+        const double outside = std::max ({0.0, std::log2 (200.0 / f), std::log2 (f / 8000.0)});
+        const double allowed = tolerance * (1.0 + 1.5 * std::min (outside, 1.0));
+        const double departure = std::log (std::max (c[k], 1.0e-10f)) - reference;
+        const double kept = departure > 0.0 ? std::max (departure - allowed, 0.0)
+                                            : std::min (departure + allowed, 0.0);
+        c[k] = static_cast<float> (std::exp (reference + kept));
+    }
+}
+
+void Deconvolution::spareUnheldBands (Signal32& curve, const Signal32& whitening)
+{
+    const juce::ScopedLock lock (designLock);
+    const int bins = std::min (curve.getNumSamples(), whitening.getNumSamples());
+    if (bins < 2)
+        return;
+    float* c = curve.getChannel (0);
+    const float* a = whitening.getChannel (0);
+    // The material's level per third of an octave (the learnt power is 1 / |A|^2).
+    std::vector<double> level (static_cast<std::size_t> (bins));
+    for (int k = 0; k < bins; ++k)
+        level[static_cast<std::size_t> (k)] =
+            1.0 / std::max (static_cast<double> (a[k]) * a[k], 1.0e-30);
+    averageOverOctaves (level, 1.0 / 3.0);
+    const double binWidth = sampleRate.load() / fftSize;
+    const int reference =
+        std::clamp (static_cast<int> (std::lround (1000.0 / binWidth)), 1, bins - 1);
+    const double referenceDb = 10.0 * std::log10 (level[static_cast<std::size_t> (reference)]);
+    const double referenceLift = 20.0 * std::log10 (std::max (c[reference], 1.0e-10f));
+    for (int k = 0; k < bins; ++k)
+    {
+        // From 20 dB under the 1 kHz band on, the lift allowed above the 1 kHz correction
+        // shrinks from 24 dB to 5 dB, reached 30 dB under it: what lies that far down is
+        // rumble, hum, a codec's band limit or a resampler's noise more often than music.
+        const double depth = referenceDb - 10.0 * std::log10 (level[static_cast<std::size_t> (k)]);
+        if (depth <= 20.0)
+            continue;
+        const double allowed = 5.0 + 19.0 * std::clamp ((30.0 - depth) / 10.0, 0.0, 1.0);
+        const double most = std::pow (10.0, (referenceLift + allowed) / 20.0);
+        c[k] = std::min (c[k], static_cast<float> (most));
+    }
+}
+
 void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whitening)
 {
     const juce::ScopedLock lock (designLock);
@@ -128,9 +213,15 @@ void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whit
         std::fill (c, c + first, c[first]);
         std::fill (c + last + 1, c + bins, c[last]);
     }
-    if (correctionLimits.amount != 1.0f)
+    // The correction grows with what has been learnt: a few frames are not a balance yet.
+    float amount = correctionLimits.amount;
+    if (correctionLimits.departuresOnly)
+        amount *= static_cast<float> (std::clamp (designLearntSeconds / growthSeconds, 0.0, 1.0));
+    if (amount != 1.0f)
         for (int k = 0; k < bins; ++k)
-            c[k] = std::pow (c[k], correctionLimits.amount);
+            c[k] = std::pow (c[k], amount);
+    if (correctionLimits.departuresOnly && targetModel != custom)
+        spareUnheldBands (curve, whitening);
 
     // The learnt power spectrum is 1 / |A|^2; its peak tells where "almost nothing" begins.
     if (correctionLimits.spareEmptyBands)

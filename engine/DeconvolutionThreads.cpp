@@ -94,10 +94,13 @@ void Deconvolution::publishSourceSnapshot()
     {
         // The designers make the model; the audio thread only hands over the sum.
         spectrumSnapshot.assign (spectrumSum.begin(), spectrumSum.end());
+        snapshotLearntSeconds = static_cast<double> (spectrumFrames) * (spectrumFrameLength() / 2)
+                                / std::max (sampleRate.load(), 1.0);
     }
     else
     {
         spectrumSnapshot.clear();
+        snapshotLearntSeconds = std::numeric_limits<double>::infinity();
         const int samples = sourceEstimate.getNumSamples();
         sourceSnapshot.ensureDimensions (1, samples);
         if (samples > 0)

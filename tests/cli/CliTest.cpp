@@ -21,9 +21,9 @@ TEST (KelfinerTool, ColouredNoiseComesOutCloserToTheTarget)
               colouredNoise ({vesk::test::Biquad::lowPass (2000, 0.707, 48000)}, 48000, 6, 1),
               48000, 24);
     const auto run = kelfiner ({"process", files ("dull.wav").getFullPathName(), "-o",
-                                files ("out.wav").getFullPathName(), "--target", "music", "--plot",
-                                files ("plot.png").getFullPathName(), "--save-filter",
-                                files ("dull.filter").getFullPathName()});
+                                files ("out.wav").getFullPathName(), "--target", "music",
+                                "--impose-target", "--plot", files ("plot.png").getFullPathName(),
+                                "--save-filter", files ("dull.filter").getFullPathName()});
     ASSERT_EQ (run.exitCode, 0) << run.output;
     EXPECT_GT (deviationFrom (run.output, false), 4.0) << run.output;
     EXPECT_LT (deviationFrom (run.output, true), 1.5) << run.output;
@@ -353,7 +353,7 @@ TEST (KelfinerTool, LoudnessAndPeaksAreKeptByDefault)
         juce::StringArray args{"process", files ("in.wav").getFullPathName(),
                                "-o",      files ("out.wav").getFullPathName(),
                                "--force", "--target",
-                               "music"};
+                               "music",   "--impose-target"};
         args.addArray (extra);
         const auto run = kelfiner (args);
         EXPECT_EQ (run.exitCode, 0) << run.output;
