@@ -73,16 +73,19 @@ private:
             if (choice.estimator == engine.getEstimator())
                 std::printf ("  learning           %s (--estimator %s)\n", choice.name, choice.key);
         const auto value = [&] (int id) { return juce::String (engine.getParameterValue (id), 1); };
-        std::printf ("  learning threshold %s dB\n",
-                     value (Deconvolution::estimationThresholdIndex).toRawUTF8());
+        const auto limits = engine.getCorrectionLimits();
+        std::printf ("  learning threshold %s %s\n",
+                     value (Deconvolution::estimationThresholdIndex).toRawUTF8(),
+                     limits.thresholdRelativeToLevel ? "dB under the material's level" : "dBFS");
         std::printf ("  filter length      %s ms\n",
                      value (Deconvolution::filterLengthIndex).toRawUTF8());
         std::printf ("  master gain        %s dB\n",
                      value (Deconvolution::masterGainIndex).toRawUTF8());
         const bool curve =
             engine.getParameterValue (Deconvolution::enableEmphasisCurveIndex) > 0.5f;
-        const auto limits = engine.getCorrectionLimits();
         juce::StringArray limited;
+        if (limits.departuresOnly)
+            limited.add ("built-in targets followed only where the material departs");
         if (limits.loudnessMatched)
             limited.add ("loudness kept");
         if (limits.spareEmptyBands)

@@ -65,57 +65,19 @@ double learntSeconds (Deconvolution& engine, std::uint64_t frames, bool wholeFil
     return static_cast<double> (frames) * hop / std::max (engine.getSampleRate(), 1.0);
 }
 
-bool usesLongTermSpectrum (JobSettings const& settings)
+/** How the file or reference is learnt: as the plug-in's defaults or the preset say, changed
+    only where the user asked. */
+void applyLearning (KelfinerAudioProcessor& processor, JobSettings const& settings)
 {
-    return settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum)
-           == vesk::audio::Estimator::longTermSpectrum;
-}
-
-/** The long-term spectrum's own defaults, chosen by measurement (README): a 1/3-octave smoothing
-    of the correction, so that it follows the material's balance rather than the harmonics of
-    whatever notes or voices were learnt (evaluation score 88 -> 89). */
-constexpr float defaultSmoothingOctaves = 1.0f / 3.0f;
-
-/** The model length asked for; else, without a preset, the long-term spectrum's default. Files
-    are learnt whole, so the longer model's finer low end costs nothing in time to converge: in
-    the evaluation it brought the reference-based score from 84 to 86. */
-std::optional<float> defaultFilterLength (JobSettings const& settings)
-{
-    if (settings.filterLength)
-        return settings.filterLength;
-    if (settings.preset == juce::File() && usesLongTermSpectrum (settings))
-        return 20.0f;
-    return std::nullopt;
-}
-
-/** The threshold asked for; else, without a preset, the long-term spectrum's default: 50 dB
-    under the file's own RMS level (-70 dBFS for material at -20 dBFS), so that a recording
-    turned down is learnt as it would be at full level. The long-term spectrum's sum weighs quiet
-    frames by their little energy anyway; gating them at the plug-in's -36 dB left out the quiet,
-    often bright, parts of speech in one recording and not in the other (evaluation score
-    86 -> 88). */
-std::optional<float> defaultThreshold (JobSettings const& settings, juce::AudioFormatReader& reader)
-{
+    if (settings.estimator)
+        processor.getEngine().setEstimator (*settings.estimator);
     if (settings.threshold)
-        return settings.threshold;
-    if (settings.preset == juce::File() && usesLongTermSpectrum (settings))
-        return static_cast<float> (std::clamp (rmsLevelDb (reader) - 50.0, -112.0, -12.0));
-    return std::nullopt;
-}
-
-/** How the file or reference is learnt: the long-term spectrum unless the user asks for the
-    original estimator (whatever a preset of the plug-in chose), with its threshold and length. */
-void applyLearning (KelfinerAudioProcessor& processor, JobSettings const& settings,
-                    juce::AudioFormatReader& reader)
-{
-    processor.getEngine().setEstimator (
-        settings.estimator.value_or (vesk::audio::Estimator::longTermSpectrum));
-    if (const auto threshold = defaultThreshold (settings, reader))
         processor.setCheckedParameterValue (
-            EngineParameterId (Deconvolution::estimationThresholdIndex), *threshold, false);
-    if (const auto length = defaultFilterLength (settings))
+            EngineParameterId (Deconvolution::estimationThresholdIndex), *settings.threshold,
+            false);
+    if (settings.filterLength)
         processor.setCheckedParameterValue (EngineParameterId (Deconvolution::filterLengthIndex),
-                                            *length, false);
+                                            *settings.filterLength, false);
 }
 
 juce::AudioFormat* formatFor (juce::AudioFormatManager& formats, juce::File const& file)
@@ -133,8 +95,7 @@ OfflineJob::OfflineJob (JobSettings settingsToUse, juce::File in, juce::File out
 {
 }
 
-bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::AudioFormatReader& reader,
-                            juce::String& error) const
+bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& error) const
 {
     auto& engine = processor.getEngine();
     if (settings.preset != juce::File() && !processor.importFromPresetFile (settings.preset))
@@ -142,18 +103,25 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::AudioFormat
         error = "cannot read preset: " + settings.preset.getFullPathName();
         return false;
     }
-    applyLearning (processor, settings, reader);
-    Deconvolution::CorrectionLimits limits;
-    limits.spareEmptyBands = settings.spareEmptyBands;
-    limits.departuresOnly = settings.departuresOnly;
-    limits.smoothingOctaves = settings.smoothingOctaves.value_or (
-        usesLongTermSpectrum (settings) ? defaultSmoothingOctaves : 0.0f);
+    applyLearning (processor, settings);
+    // The plug-in's defaults (a new instance's, the "Reset" program's) or the preset's, with
+    // what the user changed.
+    auto limits = engine.getCorrectionLimits();
+    if (settings.spareEmptyBands)
+        limits.spareEmptyBands = *settings.spareEmptyBands;
+    if (settings.departuresOnly)
+        limits.departuresOnly = *settings.departuresOnly;
+    if (settings.smoothingOctaves)
+        limits.smoothingOctaves = *settings.smoothingOctaves;
+    // Without loudness matching the correction keeps the level the original design gives it.
+    if (!settings.matchLoudness && !settings.loudnessTargetLufs)
+        limits.loudnessMatched = false;
     if (settings.maximumBoostDb)
         limits.maximumBoostDb = *settings.maximumBoostDb;
     limits.amount = settings.amountPercent / 100.0f;
     if (settings.rangeHz)
         std::tie (limits.lowestHz, limits.highestHz) = *settings.rangeHz;
-    engine.setCorrectionLimits (limits); // the tool matches loudness itself, by measurement
+    engine.setCorrectionLimits (limits);
     if (settings.targetModel)
         processor.setCheckedParameterValue (EngineParameterId (Deconvolution::targetModelIndex),
                                             static_cast<float> (*settings.targetModel), false);
@@ -217,10 +185,12 @@ bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& setting
     // A processor of its own, so that the options pass the same checks as everywhere else.
     KelfinerAudioProcessor processor;
     processor.setNonRealtime (true);
+    if (settings.preset != juce::File())
+        processor.importFromPresetFile (settings.preset);
     auto& engine = processor.getEngine();
     const auto channels = static_cast<int> (reader->numChannels);
     engine.setFormat ({channels, reader->sampleRate}, {channels, reader->sampleRate});
-    applyLearning (processor, settings, *reader);
+    applyLearning (processor, settings);
     juce::AudioBuffer<float> buffer (channels, blockSize);
     for (juce::int64 done = 0; done < reader->lengthInSamples; done += blockSize)
     {
@@ -352,7 +322,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         result.error = "unsupported channel layout";
         return result;
     }
-    if (!configure (processor, *reader, result.error))
+    if (!configure (processor, result.error))
         return result;
     auto& engine = processor.getEngine();
     // Nobody looks at the analysers here; they only change what is displayed, never the audio.
@@ -455,11 +425,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     result.deviationBeforeDb = tonalDeviation (before.power(), rate, frequencies, target);
     result.deviationAfterDb = tonalDeviation (after.power(), rate, frequencies, target);
     // What the run did, in the words the plot's title uses: the report records it too.
-    result.settingsUsed =
-        describeRun (input, settings,
-                     static_cast<int> (engine.getParameterValue (Deconvolution::targetModelIndex)),
-                     engine.getParameterValue (Deconvolution::estimationThresholdIndex),
-                     engine.getParameterValue (Deconvolution::filterLengthIndex));
+    result.settingsUsed = describeRun (input, settings, engine);
     if (!writes)
     {
         result.ok = true; // measured and reported, nothing written

@@ -14,7 +14,8 @@
 struct JobSettings
 {
     std::optional<int> targetModel;
-    /** The tool learns the long-term spectrum unless told otherwise (a preset may choose). */
+    /** The estimator, threshold and length asked for; none: the plug-in's defaults, or the
+        preset's. */
     std::optional<vesk::audio::Estimator> estimator;
     std::optional<float> threshold, filterLength, masterGain;
     std::vector<std::pair<float, float>> emphasis; // frequency in Hz, level in percent
@@ -29,11 +30,13 @@ struct JobSettings
     std::optional<std::pair<float, float>> rangeHz;
     /** Smoothing of the correction, in octaves; none: the tool's default for the estimator. */
     std::optional<float> smoothingOctaves;
-    /** Bands that hold nothing (90 to 100 dB under the learnt spectrum's peak) are not lifted. */
-    bool spareEmptyBands = true;
+    /** Bands that hold nothing (90 to 100 dB under the learnt spectrum's peak) are not lifted;
+        none: as the defaults or the preset say. */
+    std::optional<bool> spareEmptyBands;
     /** The correction follows the target only where the material departs from it (the engine's
-        departuresOnly); false imposes the profile in full. */
-    bool departuresOnly = true;
+        departuresOnly); false imposes the profile in full; none: as the defaults or the preset
+        say. */
+    std::optional<bool> departuresOnly;
     /** The output's integrated loudness is brought back to the input's. */
     bool matchLoudness = true;
     /** Instead, the output's integrated loudness is brought to this (LUFS). */
@@ -84,8 +87,7 @@ public:
                              juce::String& error);
 
 private:
-    bool configure (KelfinerAudioProcessor& processor, juce::AudioFormatReader& reader,
-                    juce::String& error) const;
+    bool configure (KelfinerAudioProcessor& processor, juce::String& error) const;
 
     JobSettings settings;
     juce::File input, output;

@@ -8,7 +8,9 @@ std::vector<PresetEntry> listPresets()
     // The processor scans the folders the plug-in uses, so both list the same presets.
     KelfinerAudioProcessor processor;
     processor.scanPresets();
-    std::vector<PresetEntry> presets;
+    // "Reset" is the plug-in's first program: no file, every setting at its default, which is
+    // also what the tool does without --preset.
+    std::vector<PresetEntry> presets{{"Reset", juce::File(), true}};
     const auto tree = processor.getPresetTree();
     for (int f = 0; f < tree.getNumChildren(); ++f)
     {

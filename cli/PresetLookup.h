@@ -10,13 +10,13 @@
 struct PresetEntry
 {
     juce::String name;
-    juce::File file;
+    juce::File file; // none for "Reset": the defaults
     bool factory = true;
 };
 
 /** Main thread only. */
 std::vector<PresetEntry> listPresets();
 
-/** --preset takes a file, or the name of a listed preset (any case); anything else is a
-    UsageError that says where to look. */
+/** --preset takes a file, or the name of a listed preset (any case; "Reset" gives no file:
+    the defaults); anything else is a UsageError that says where to look. */
 juce::File resolvePreset (std::string const& given);

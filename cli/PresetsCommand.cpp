@@ -28,7 +28,7 @@ public:
         {
             KelfinerAudioProcessor processor;
             juce::String target = "?";
-            if (processor.importFromPresetFile (preset.file))
+            if (preset.file == juce::File() || processor.importFromPresetFile (preset.file))
             {
                 const auto model = static_cast<int> (processor.getEngine().getParameterValue (
                     vesk::audio::Deconvolution::targetModelIndex));
@@ -38,7 +38,8 @@ public:
             }
             std::printf ("%-*s %-8s target %-20s %s\n", width, preset.name.toRawUTF8(),
                          preset.factory ? "factory" : "user", target.toRawUTF8(),
-                         preset.file.getFullPathName().toRawUTF8());
+                         preset.file == juce::File() ? "(built in: every setting at its default)"
+                                                     : preset.file.getFullPathName().toRawUTF8());
         }
         return 0;
     }

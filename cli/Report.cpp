@@ -79,9 +79,12 @@ juce::String summaryLine (juce::String const& shownName, juce::File const& outpu
     return line;
 }
 
-juce::String describeRun (juce::File const& input, JobSettings const& settings, int targetModel,
-                          float thresholdDb, float filterLengthMs)
+juce::String describeRun (juce::File const& input, JobSettings const& settings,
+                          vesk::audio::Deconvolution& engine)
 {
+    using vesk::audio::Deconvolution;
+    const auto targetModel =
+        static_cast<int> (engine.getParameterValue (Deconvolution::targetModelIndex));
     juce::String target = "flat";
     for (auto const& profile : vesk::audio::targetProfiles)
         if (profile.model == targetModel)
@@ -90,21 +93,29 @@ juce::String describeRun (juce::File const& input, JobSettings const& settings, 
         target = "reference " + settings.reference.getFileName();
     else if (settings.targetFilter != juce::File())
         target = "filter " + settings.targetFilter.getFileName();
+    const auto limits = engine.getCorrectionLimits();
     juce::StringArray shaping;
-    shaping.add ((settings.estimator == vesk::audio::Estimator::frameModels
+    shaping.add ((engine.getEstimator() == vesk::audio::Estimator::frameModels
                       ? "frame models"
                       : "long-term spectrum"));
-    shaping.add ("threshold " + juce::String (thresholdDb, 1) + " dB");
-    shaping.add ("filter length " + juce::String (filterLengthMs, 1) + " ms");
-    if (settings.smoothingOctaves)
-        shaping.add ("smoothing " + juce::String (*settings.smoothingOctaves, 2) + " oct");
+    shaping.add (
+        "threshold "
+        + juce::String (engine.getParameterValue (Deconvolution::estimationThresholdIndex), 1)
+        + (limits.thresholdRelativeToLevel ? " dB under the level" : " dBFS"));
+    shaping.add ("filter length "
+                 + juce::String (engine.getParameterValue (Deconvolution::filterLengthIndex), 1)
+                 + " ms");
+    if (limits.smoothingOctaves > 0.0f)
+        shaping.add ("smoothing " + juce::String (limits.smoothingOctaves, 2) + " oct");
+    if (limits.departuresOnly && targetModel != Deconvolution::custom)
+        shaping.add ("departures only");
     if (settings.amountPercent != 100.0f)
         shaping.add ("amount " + juce::String (settings.amountPercent, 0) + " %");
     if (settings.rangeHz)
         shaping.add ("range " + juce::String (settings.rangeHz->first, 0) + "-"
                      + juce::String (settings.rangeHz->second, 0) + " Hz");
-    if (settings.maximumBoostDb)
-        shaping.add ("max boost " + juce::String (*settings.maximumBoostDb, 1) + " dB");
+    if (std::isfinite (limits.maximumBoostDb))
+        shaping.add ("max boost " + juce::String (limits.maximumBoostDb, 1) + " dB");
     shaping.add (settings.loudnessTargetLufs
                      ? "loudness " + juce::String (*settings.loudnessTargetLufs, 1) + " LUFS"
                      : juce::String (settings.matchLoudness ? "loudness kept" : "loudness free"));

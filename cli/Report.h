@@ -12,8 +12,8 @@ juce::String summaryLine (juce::String const& shownName, juce::File const& outpu
 
 /** A plot's title: the file, the target (a profile, a reference or a filter file) and the
     settings that shape the correction. */
-juce::String describeRun (juce::File const& input, JobSettings const& settings, int targetModel,
-                          float thresholdDb, float filterLengthMs);
+juce::String describeRun (juce::File const& input, JobSettings const& settings,
+                          vesk::audio::Deconvolution& engine);
 
 /** Collects the files of a run and writes them as JSON (--report). Main thread only. */
 class JsonReport

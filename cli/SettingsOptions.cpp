@@ -39,19 +39,17 @@ void SettingsOptions::addLearning (CLI::App& command)
     command
         .add_option ("--estimator", estimator,
                      "spectrum (the long-term spectrum, default) or frames (each frame's model, "
-                     "averaged: the plug-in's original way)")
+                     "averaged: the original way)")
         ->type_name ("spectrum|frames");
     command
         .add_option ("--threshold", threshold,
-                     "learning threshold in dB (-112 .. -12; default 50 dB under the file's "
-                     "RMS level with the spectrum estimator and no preset, else -36 as in the "
-                     "plug-in)")
+                     "learning threshold in dB (-112 .. -12, default -36): under the material's "
+                     "running level, or under full scale with a preset that says so")
         ->type_name ("DB");
     command
         .add_option ("--filter-length", filterLength,
-                     "filter length in ms (1 .. 20): the frames' length (x 8) with the "
-                     "spectrum estimator, the model's with frames; default 20 with the "
-                     "spectrum estimator and no preset, else 10 as in the plug-in")
+                     "filter length in ms (1 .. 20, default 10): the frames' length (x 8) with "
+                     "the spectrum estimator, the model's with frames")
         ->type_name ("MS");
     command
         .add_option ("--preset", preset,
@@ -69,8 +67,7 @@ void SettingsOptions::addCorrection (CLI::App& command)
         ->type_name ("FILE");
     command
         .add_option ("--smoothing", smoothing,
-                     "smooth the correction over this many octaves (0 .. 2; default 1/3 with "
-                     "the spectrum estimator, else 0)")
+                     "smooth the correction over this many octaves (0 .. 2, default 1/3)")
         ->type_name ("OCTAVES");
     command.add_option ("--gain", gain, "master gain in dB (-24 .. 24)")->type_name ("DB");
     command
@@ -242,8 +239,10 @@ JobSettings SettingsOptions::toJobSettings() const
     settings.plot = file (plot);
     settings.live = live;
     settings.force = force;
-    settings.spareEmptyBands = !liftEmptyBands;
-    settings.departuresOnly = !imposeTarget;
+    if (liftEmptyBands)
+        settings.spareEmptyBands = false;
+    if (imposeTarget)
+        settings.departuresOnly = false;
 
     // A reference or a filter file is a custom target; any other target beside one contradicts it.
     if (targetFilter && reference)

@@ -298,6 +298,8 @@ void Deconvolution::reset()
         {
             sourceEstimate.ensureDimensions (1, 0); // mode 2 holds what was learnt, on purpose
             spectrumFrames = 0;
+            levelPowerSum = 0.0;
+            levelFrames = 0;
         }
         publishSourceSnapshot();
         estimateFrameCount = 0;
@@ -391,7 +393,17 @@ void Deconvolution::getSourceFilter (Signal32& coefficients, double& rate)
     coefficients = copy.getNumSamples() > 0 ? copy : Signal32();
 }
 
-void Deconvolution::setSourceFilter (const Signal32& coefficients, double rate)
+double Deconvolution::getLearntSeconds()
+{
+    const juce::ScopedLock lock (engineLock);
+    if (estimator.load() == Estimator::longTermSpectrum && spectrumFrames > 0)
+        return static_cast<double> (spectrumFrames) * (spectrumFrameLength() / 2)
+               / std::max (sampleRate.load(), 1.0);
+    return loadedModelSeconds;
+}
+
+void Deconvolution::setSourceFilter (const Signal32& coefficients, double rate,
+                                     double learntSeconds)
 {
     const bool present = coefficients.hasStorage() && coefficients.getNumChannels() > 0
                          && coefficients.getNumSamples() > 0;
@@ -405,6 +417,8 @@ void Deconvolution::setSourceFilter (const Signal32& coefficients, double rate)
         const juce::ScopedLock lock (engineLock);
         std::swap (sourceEstimate, learnt);
         sourceSampleRate = rate;
+        loadedModelSeconds = std::isnan (learntSeconds) ? std::numeric_limits<double>::infinity()
+                                                        : std::max (learntSeconds, 0.0);
         spectrumFrames = 0; // a loaded model stands for the estimate until frames come
         publishSourceSnapshot();
         if (snapshotStale)

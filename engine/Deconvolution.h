@@ -144,6 +144,10 @@ public:
             included, the correction grows with what has been learnt over the first seconds
             (growthSeconds), so that switching Learn on makes no jump. */
         bool departuresOnly = false;
+        /** Learning's threshold ("EstimationThreshold") is read in dB under the material's
+            running level (the mean power of the frames heard so far) instead of under full
+            scale, so that a recording turned down is learnt as it would be at full level. */
+        bool thresholdRelativeToLevel = false;
     };
     /** How far a kind of material naturally strays from its profile (dB), chosen by
         measurement (README, "How the tool learns"). */
@@ -173,8 +177,16 @@ public:
     void getAnalyzerData (Signal32& input, Signal32& output);
     /** Copy of the learnt source filter and its rate. Any thread but the audio thread. */
     void getSourceFilter (Signal32& coefficients, double& rate);
-    /** Replaces the learnt source filter and redesigns. Any thread but the audio thread. */
-    void setSourceFilter (const Signal32& coefficients, double rate);
+    /** Replaces the learnt source filter and redesigns. learntSeconds: how much material it
+        stands for, when it was saved before its correction had grown to full size (see
+        CorrectionLimits::departuresOnly); infinite for a finished model. Any thread but the
+        audio thread. */
+    void setSourceFilter (const Signal32& coefficients, double rate,
+                          double learntSeconds = std::numeric_limits<double>::infinity());
+    /** How much material the current estimate stands for (infinite for a loaded model or
+        averaged frames), as a state keeps it beside the source filter. Any thread but the
+        audio thread. */
+    double getLearntSeconds();
     /** The stored target, but only while the "Custom" profile is chosen. Any thread but the
         audio thread. */
     void getTargetFilter (Signal32& coefficients, double& rate);
@@ -281,6 +293,11 @@ private:
     // correction's bin grid, which stands for the estimate while it holds frames.
     std::vector<double> spectrumSum;
     std::uint64_t spectrumFrames = 0;
+    // The running level for a relative threshold: the power of the audible frames heard since
+    // learning (re)started.
+    double loadedModelSeconds = std::numeric_limits<double>::infinity();
+    double levelPowerSum = 0.0;
+    std::uint64_t levelFrames = 0;
     FourierTransform spectrumTransform;
     Signal32 spectrumFrame; // one channel of a frame, windowed and zero-padded
     ComplexSignal32 spectrumBins;
@@ -359,6 +376,7 @@ private:
     std::atomic<Estimator> estimator{Estimator::frameModels};
     std::atomic<int> estimationMode{1};
     std::atomic<float> estimationThreshold{-36.0f};
+    std::atomic<bool> relativeThreshold{false}; // CorrectionLimits::thresholdRelativeToLevel
     std::atomic<float> filterLength{10.0f};
     std::atomic<int> targetModel{0};
     std::atomic<float> masterGain{0.0f};

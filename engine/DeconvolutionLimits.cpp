@@ -41,6 +41,7 @@ void Deconvolution::setCorrectionLimits (const CorrectionLimits& limits)
 {
     const juce::ScopedLock lock (designLock);
     correctionLimits = limits;
+    relativeThreshold = limits.thresholdRelativeToLevel;
     updateFilter();
 }
 

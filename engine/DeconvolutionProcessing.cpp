@@ -156,11 +156,30 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
     {
         estimateFrameCount = 0;
         spectrumFrames = 0;
+        levelPowerSum = 0.0;
+        levelFrames = 0;
     }
 
     // Frames holding NaN or infinity are gated like silence, so they never poison the estimate.
     const float level = frame.getRmsLevel();
-    if (!std::isfinite (level) || MathEx::fromDecibel (estimationThreshold) > level)
+    if (!std::isfinite (level))
+        return false;
+    double gate = MathEx::fromDecibel (estimationThreshold);
+    if (relativeThreshold.load())
+    {
+        // Digital silence (under -140 dBFS) neither counts towards the level nor is learnt.
+        constexpr double silence = 1.0e-7;
+        if (level > silence)
+        {
+            levelPowerSum += static_cast<double> (level) * level;
+            ++levelFrames;
+        }
+        gate = std::max (silence, gate
+                                      * std::sqrt (levelPowerSum
+                                                   / static_cast<double> (
+                                                       std::max<std::uint64_t> (levelFrames, 1))));
+    }
+    if (gate > level)
         return false;
 
     const int order = estimationLength() + 1;
@@ -212,6 +231,7 @@ bool Deconvolution::updateEstimate (const Signal32& frame)
         sourceEstimate.ensureDimensions (1, order);
         ippsCopy_32f (sum, sourceEstimate.getChannel (0), order);
         estimateFrameCount = 1;
+        loadedModelSeconds = std::numeric_limits<double>::infinity();
     }
     else if (learnt != order)
     {

@@ -100,7 +100,7 @@ void Deconvolution::publishSourceSnapshot()
     else
     {
         spectrumSnapshot.clear();
-        snapshotLearntSeconds = std::numeric_limits<double>::infinity();
+        snapshotLearntSeconds = loadedModelSeconds;
         const int samples = sourceEstimate.getNumSamples();
         sourceSnapshot.ensureDimensions (1, samples);
         if (samples > 0)

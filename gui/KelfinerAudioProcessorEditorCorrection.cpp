@@ -13,6 +13,8 @@ enum CorrectionItem
     estimatorBase = PlugInEditorHeader::productCommandBase, // + the estimator's index
     loudnessItem = estimatorBase + 0x10,
     emptyBandsItem,
+    departuresItem,
+    relativeThresholdItem,
     smoothingBase = estimatorBase + 0x20, // + the choice's index
     boostBase = estimatorBase + 0x30
 };
@@ -45,7 +47,11 @@ juce::PopupMenu KelfinerAudioProcessorEditor::createCorrectionMenu() const
         menu.addItem (estimatorBase + static_cast<int> (i), TRANS (choice.name), true,
                       engine.getEstimator() == choice.estimator);
     }
+    menu.addItem (relativeThresholdItem, TRANS ("Threshold under the material's level"), true,
+                  limits.thresholdRelativeToLevel);
     menu.addSectionHeader (TRANS ("Limits"));
+    menu.addItem (departuresItem, TRANS ("Correct only departures from the profile"), true,
+                  limits.departuresOnly);
     menu.addItem (loudnessItem, TRANS ("Loudness-matched correction"), true,
                   limits.loudnessMatched);
     menu.addItem (emptyBandsItem, TRANS ("Leave empty bands alone"), true, limits.spareEmptyBands);
@@ -77,6 +83,12 @@ void KelfinerAudioProcessorEditor::correctionCommand (int command)
     else if (command == emptyBandsItem)
         processor.setProductSetting (KelfinerAudioProcessor::SettingNames::spareEmptyBands,
                                      limits.spareEmptyBands ? 0 : 1);
+    else if (command == departuresItem)
+        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::departuresOnly,
+                                     limits.departuresOnly ? 0 : 1);
+    else if (command == relativeThresholdItem)
+        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::thresholdRelative,
+                                     limits.thresholdRelativeToLevel ? 0 : 1);
     else if (command >= smoothingBase && index (smoothingBase) < std::size (smoothingChoices))
     {
         const double octaves = smoothingChoices[index (smoothingBase)].value;

@@ -67,8 +67,10 @@ bool BasePlugInProcessor::importPreset (std::unique_ptr<juce::XmlElement> docume
                 index.value, parameters[index.value]->getNormalizedParameterValue());
     }
     engine->effectuateParameterChanges();
-    if (auto* customData = document->getChildByName ("CustomData"))
-        parseCustomDataXmlElement (customData);
+    // A preset from before custom data existed gets what it was made with, not today's defaults.
+    juce::XmlElement none ("CustomData");
+    auto* customData = document->getChildByName ("CustomData");
+    parseCustomDataXmlElement (customData != nullptr ? customData : &none);
     notifyListeners (-1);
     currentPresetName = name;
     return true;

@@ -46,6 +46,7 @@ KelfinerAudioProcessor::KelfinerAudioProcessor()
         setLicenseManager (std::make_unique<vesk::licensing::LicenseManager> (
             licenceProductCode, vendorPublicKey(), getLicenceFile()));
 #endif
+    applyProductSettings (defaultProductSettings().get());
 }
 
 vesk::licensing::PublicKey KelfinerAudioProcessor::vendorPublicKey()
@@ -68,9 +69,17 @@ juce::AudioProcessorEditor* KelfinerAudioProcessor::createEditor()
 void KelfinerAudioProcessor::clearSettings()
 {
     BasePlugInProcessor::clearSettings();
-    applyProductSettings (nullptr);
+    applyProductSettings (defaultProductSettings().get());
     deconvolution->setSourceFilter (Signal32(), 0.0);
     deconvolution->setTargetFilter (Signal32(), 0.0);
+}
+
+double KelfinerAudioProcessor::learntSecondsOf (const juce::XmlElement* element)
+{
+    // Missing, negative or not a number: a finished model, applied in full.
+    const double seconds =
+        element != nullptr ? element->getDoubleAttribute (learntSecondsAttribute, -1.0) : -1.0;
+    return seconds >= 0.0 && seconds < 1.0e6 ? seconds : std::numeric_limits<double>::infinity();
 }
 
 void KelfinerAudioProcessor::serializeSignal (Signal32 const& signal, juce::OutputStream& out)
@@ -129,8 +138,12 @@ void KelfinerAudioProcessor::getCurrentProgramStateInformation (juce::MemoryBloc
     // Settings beyond the public parameters follow as a marked, self-describing record, so that
     // states written before they existed still load (with the original estimator).
     out.writeInt64 (static_cast<juce::int64> (settingsMarker));
+    auto settings = productSettings();
+    // A correction still growing (Learn on for a moment) is restored as it sounded.
+    if (const auto seconds = deconvolution->getLearntSeconds(); std::isfinite (seconds))
+        settings->setAttribute (learntSecondsAttribute, seconds);
     out.writeString (
-        productSettings()->toString (juce::XmlElement::TextFormat().singleLine().withoutHeader()));
+        settings->toString (juce::XmlElement::TextFormat().singleLine().withoutHeader()));
 }
 
 std::unique_ptr<juce::XmlElement> KelfinerAudioProcessor::productSettings() const
@@ -148,6 +161,21 @@ std::unique_ptr<juce::XmlElement> KelfinerAudioProcessor::productSettings() cons
     if (limits.smoothingOctaves > 0.0f)
         settings->setAttribute (SettingNames::smoothingOctaves,
                                 static_cast<double> (limits.smoothingOctaves));
+    settings->setAttribute (SettingNames::departuresOnly, limits.departuresOnly ? 1 : 0);
+    settings->setAttribute (SettingNames::thresholdRelative,
+                            limits.thresholdRelativeToLevel ? 1 : 0);
+    return settings;
+}
+
+std::unique_ptr<juce::XmlElement> KelfinerAudioProcessor::defaultProductSettings()
+{
+    auto settings = std::make_unique<juce::XmlElement> ("ProductSettings");
+    settings->setAttribute (SettingNames::estimator, "spectrum");
+    settings->setAttribute (SettingNames::loudnessMatched, 1);
+    settings->setAttribute (SettingNames::spareEmptyBands, 1);
+    settings->setAttribute (SettingNames::smoothingOctaves, 1.0 / 3.0);
+    settings->setAttribute (SettingNames::departuresOnly, 1);
+    settings->setAttribute (SettingNames::thresholdRelative, 1);
     return settings;
 }
 
@@ -174,6 +202,9 @@ void KelfinerAudioProcessor::applyProductSettings (const juce::XmlElement* setti
         const auto smoothing = settings->getDoubleAttribute (SettingNames::smoothingOctaves, 0.0);
         if (smoothing > 0.0 && smoothing <= 2.0)
             limits.smoothingOctaves = static_cast<float> (smoothing);
+        limits.departuresOnly = settings->getIntAttribute (SettingNames::departuresOnly, 0) != 0;
+        limits.thresholdRelativeToLevel =
+            settings->getIntAttribute (SettingNames::thresholdRelative, 0) != 0;
     }
     deconvolution->setCorrectionLimits (limits);
 }
@@ -229,7 +260,8 @@ void KelfinerAudioProcessor::setCurrentProgramStateInformation (const void* data
             const double sourceRate = in.readDouble();
             const auto source = deserializeSignal (in);
             if (source.isEmpty() || isPlausibleFilterRate (sourceRate))
-                deconvolution->setSourceFilter (source, sourceRate);
+                deconvolution->setSourceFilter (source, sourceRate,
+                                                learntSecondsOf (settings.get()));
         }
         if (in.getNumBytesRemaining() >= 16)
         {
@@ -256,6 +288,8 @@ bool KelfinerAudioProcessor::fillCustomDataXmlElement (juce::XmlElement* customD
     double rate = 0.0;
     deconvolution->getSourceFilter (filter, rate);
     add ("SourceFilter", filter, rate);
+    if (const auto seconds = deconvolution->getLearntSeconds(); std::isfinite (seconds))
+        customData->getChildByName ("SourceFilter")->setAttribute (learntSecondsAttribute, seconds);
     deconvolution->getTargetFilter (filter, rate);
     add ("TargetFilter", filter, rate);
     customData->addChildElement (productSettings().release());
@@ -280,7 +314,7 @@ void KelfinerAudioProcessor::parseCustomDataXmlElement (juce::XmlElement* custom
         if (!signal.isEmpty() && !isPlausibleFilterRate (rate))
             continue;
         if (juce::String (tag) == "SourceFilter")
-            deconvolution->setSourceFilter (signal, rate);
+            deconvolution->setSourceFilter (signal, rate, learntSecondsOf (element));
         else
             deconvolution->setTargetFilter (signal, rate);
     }

@@ -72,6 +72,11 @@ public:
     /** Marks the settings record that follows the filters in the host state. */
     static constexpr std::uint64_t settingsMarker = 0x4B4C464E53455431ULL;
 
+    /** What a new instance, the "Reset" program and the command-line tool without options start
+        from: the long-term spectrum learnt under a threshold relative to the material's level,
+        a third-octave smoothing, empty bands spared, the loudness kept, and built-in targets
+        followed only where the material departs from them. Any thread. */
+    static std::unique_ptr<juce::XmlElement> defaultProductSettings();
     /** The settings beyond the public parameters (the learning estimator and the correction
         limits), as saved in states and presets. Message thread. */
     std::unique_ptr<juce::XmlElement> productSettings() const;
@@ -84,13 +89,19 @@ public:
     {
         static inline const juce::Identifier estimator{"estimator"},
             loudnessMatched{"loudnessMatched"}, spareEmptyBands{"spareEmptyBands"},
-            maximumBoost{"maximumBoost"}, smoothingOctaves{"smoothingOctaves"};
+            maximumBoost{"maximumBoost"}, smoothingOctaves{"smoothingOctaves"},
+            departuresOnly{"departuresOnly"}, thresholdRelative{"thresholdRelative"};
     };
     /** Changes one of those settings as the editor does (a void value removes it: no limit, no
         smoothing) and tells the host that the state changed. Message thread. */
     void setProductSetting (const juce::Identifier& name, const juce::var& value);
 
 private:
+    /** How much material a saved source filter stands for, kept beside it while its correction
+        is still growing. */
+    static inline const juce::Identifier learntSecondsAttribute{"learntSeconds"};
+    static double learntSecondsOf (const juce::XmlElement* element);
+
     vesk::audio::Deconvolution* deconvolution;
     static inline EditorFactory editorFactory = nullptr;
 };

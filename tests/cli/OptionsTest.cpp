@@ -218,8 +218,10 @@ TEST (CommandLine, LevelFormatAndHowMuchIsCorrected)
     const auto fromLoud = process ("loud.wav", "a.wav", {});
     EXPECT_GT (learntFrames (fromLoud), 0) << fromLoud;
     EXPECT_EQ (learntFrames (process ("quiet.wav", "b.wav", {})), learntFrames (fromLoud));
-    EXPECT_EQ (learntFrames (process ("quiet.wav", "c.wav", {"--threshold", "-36"})), 0)
-        << "an absolute threshold stays absolute";
+    EXPECT_EQ (learntFrames (process ("quiet.wav", "c.wav",
+                                      {"--preset", "Automatic balance (averaged frames)"})),
+               0)
+        << "a preset's absolute threshold stays absolute";
 
     // --amount scales the correction in dB; --range holds it flat outside the band.
     const auto span = [] (juce::String const& summary)
@@ -301,21 +303,39 @@ TEST (CommandLine, FactoryPresetsAreFoundByName)
     EXPECT_EQ (info.exitCode, 0) << info.output;
     EXPECT_TRUE (info.output.contains ("Speech (--target speech)")) << info.output;
     EXPECT_TRUE (info.output.contains ("ms")) << info.output;
-    EXPECT_TRUE (info.output.contains ("Frame models averaged")) << info.output;
-    EXPECT_TRUE (info.output.contains ("correction limits  none")) << info.output;
     // The settings beside the parameters come with a preset and are shown.
-    const auto spectrum = kelfiner ({"info", "Music balance (long-term spectrum)"});
-    EXPECT_TRUE (spectrum.output.contains ("Long-term spectrum (--estimator spectrum)"))
-        << spectrum.output;
-    EXPECT_TRUE (spectrum.output.contains ("loudness kept, empty bands left alone, smoothed over "
-                                           "0.33 oct"))
-        << spectrum.output;
+    EXPECT_TRUE (info.output.contains ("Long-term spectrum (--estimator spectrum)")) << info.output;
+    EXPECT_TRUE (info.output.contains ("-36.0 dB under the material's level")) << info.output;
+    EXPECT_TRUE (info.output.contains ("built-in targets followed only where the material "
+                                       "departs, loudness kept, empty bands left alone, smoothed "
+                                       "over 0.33 oct"))
+        << info.output;
+    // The original way is kept in a preset of its own, and a preset from before these settings
+    // existed loads with it.
+    const auto original = kelfiner ({"info", "Automatic balance (averaged frames)"});
+    EXPECT_TRUE (original.output.contains ("Frame models averaged")) << original.output;
+    EXPECT_TRUE (original.output.contains ("-36.0 dBFS")) << original.output;
+    EXPECT_TRUE (original.output.contains ("correction limits  none")) << original.output;
 
     const Folder files;
     writeWav (files ("in.wav"), colouredNoise ({}, 48000, 1, 5), 48000, 16);
     const auto run = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
                                 files ("out.wav").getFullPathName(), "--preset", "Podcast voice"});
     EXPECT_EQ (run.exitCode, 0) << run.output;
+    // "Reset", the plug-in's first program, is the tool's own default: the same samples.
+    EXPECT_TRUE (list.output.contains ("Reset")) << list.output;
+    for (auto const& [name, extra] : {std::pair{"plain.wav", ""}, {"reset.wav", "Reset"}})
+    {
+        juce::StringArray args{"process", files ("in.wav").getFullPathName(), "-o",
+                               files (name).getFullPathName()};
+        if (juce::String (extra).isNotEmpty())
+            args.addArray ({"--preset", extra});
+        ASSERT_EQ (kelfiner (args).exitCode, 0);
+    }
+    juce::MemoryBlock plain, reset;
+    files ("plain.wav").loadFileAsData (plain);
+    files ("reset.wav").loadFileAsData (reset);
+    EXPECT_TRUE (plain == reset);
     const auto unknown = kelfiner ({"process", files ("in.wav").getFullPathName(), "-o",
                                     files ("x.wav").getFullPathName(), "--preset", "Nothing"});
     EXPECT_EQ (unknown.exitCode, 2);

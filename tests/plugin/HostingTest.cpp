@@ -216,7 +216,7 @@ TEST_P (LearningThroughLV2, AndAutomationAllocateNothingOnTheAudioThread)
                                 .fromFirstOccurrenceOf (":StateString> \"", false, false)
                                 .upToFirstOccurrenceOf ("\"", false, false));
     const std::string bytes (static_cast<const char*> (own.getData()), own.getSize());
-    EXPECT_EQ (bytes.find ("estimator=\"spectrum\"") != std::string::npos, preset != "Reset");
+    EXPECT_EQ (bytes.find ("estimator=\"spectrum\"") != std::string::npos, preset == "Reset");
     plugin->prepareToPlay (48000.0, 512);
     run (*plugin, {512}, 96000);
     auto* gain = parameterNamed (*plugin, "MasterGain");
@@ -246,7 +246,7 @@ TEST_P (LearningThroughLV2, AndAutomationAllocateNothingOnTheAudioThread)
 }
 
 INSTANTIATE_TEST_SUITE_P (Presets, LearningThroughLV2,
-                          testing::Values ("Reset", "Music balance (long-term spectrum)"));
+                          testing::Values ("Reset", "Automatic balance (averaged frames)"));
 
 // What an LV2 host reads before it loads anything: every factory preset, and a maker whose
 // e-mail is an address, not a path inside the bundle.
@@ -256,7 +256,7 @@ TEST (LV2BundleFiles, ListPresetsAndTheMaker)
     const auto manifest = bundle.getChildFile ("manifest.ttl").loadFileAsString();
     const auto presets =
         bundle.getChildFile ("Presets").findChildFiles (juce::File::findFiles, false, "*.xml");
-    EXPECT_EQ (presets.size(), 6);
+    EXPECT_EQ (presets.size(), 7);
     // The editor's "Help..." opens this page (the VST3 bundle keeps it under Contents/Resources).
     EXPECT_TRUE (bundle.getChildFile ("Kelfiner_en/kelfiner.html").existsAsFile());
     EXPECT_TRUE (juce::File (KELFINER_VST3_PATH)

@@ -38,7 +38,8 @@ TEST (KelfinerState, ByteLayoutOfTheSettingsBlockAndTheState)
 
     // Empty filters: a rate and two zero counts each; then the marked settings record.
     const juce::String settingsText =
-        "<ProductSettings estimator=\"frames\" loudnessMatched=\"0\" spareEmptyBands=\"0\"/>";
+        "<ProductSettings estimator=\"spectrum\" loudnessMatched=\"1\" spareEmptyBands=\"1\" "
+        "smoothingOctaves=\"0.3333333432674408\" departuresOnly=\"1\" thresholdRelative=\"1\"/>";
     const auto record = 8u + settingsText.getNumBytesAsUTF8() + 1u;
     EXPECT_EQ (stateOf (processor).getSize(), 369u + 2 * 16u + record);
     const auto state = stateOf (processor);
@@ -84,6 +85,7 @@ TEST (KelfinerState, TheEstimatorTravelsWithStatesAndPresets)
     restored.setStateInformation (state.getData(), static_cast<int> (earlier));
     EXPECT_EQ (restored.getEngine().getEstimator(), Estimator::frameModels);
     EXPECT_FALSE (restored.getEngine().getCorrectionLimits().loudnessMatched);
+    EXPECT_FALSE (restored.getEngine().getCorrectionLimits().departuresOnly);
     EXPECT_FALSE (std::isfinite (restored.getEngine().getCorrectionLimits().maximumBoostDb));
 
     const auto file = juce::File::createTempFile (".xml");

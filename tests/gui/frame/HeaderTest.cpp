@@ -111,34 +111,43 @@ TEST_F (Header, CorrectionMenuSetsEstimatorAndLimits)
                 return i.getItem().itemID;
         return 0;
     };
-    EXPECT_EQ (ticked(), juce::StringArray ({"Frame models averaged", "Off", "No limit"}))
-        << ticked().joinIntoString (", ");
+    // A new instance starts from the accurate defaults; every one of them can be undone, down
+    // to the original estimator without limits.
+    const juce::StringArray defaults{"Long-term spectrum",
+                                     "Threshold under the material's level",
+                                     "Correct only departures from the profile",
+                                     "Loudness-matched correction",
+                                     "Leave empty bands alone",
+                                     "1/3 octave",
+                                     "No limit"};
+    EXPECT_EQ (ticked(), defaults) << ticked().joinIntoString (", ");
 
-    for (const char* item : {"Long-term spectrum", "Loudness-matched correction",
-                             "Leave empty bands alone", "1/3 octave", "12 dB"})
+    for (const char* item :
+         {"Frame models averaged", "Threshold under the material's level",
+          "Correct only departures from the profile", "Loudness-matched correction",
+          "Leave empty bands alone", "Off", "12 dB"})
     {
         ASSERT_GE (idOf (item), PlugInEditorHeader::productCommandBase) << item;
         header().handleCommand (idOf (item));
     }
     auto& engine = processor.getEngine();
-    EXPECT_EQ (engine.getEstimator(), vesk::audio::Estimator::longTermSpectrum);
+    EXPECT_EQ (engine.getEstimator(), vesk::audio::Estimator::frameModels);
     const auto limits = engine.getCorrectionLimits();
-    EXPECT_TRUE (limits.loudnessMatched);
-    EXPECT_TRUE (limits.spareEmptyBands);
-    EXPECT_NEAR (limits.smoothingOctaves, 1.0 / 3.0, 1e-6);
+    EXPECT_FALSE (limits.loudnessMatched || limits.spareEmptyBands || limits.departuresOnly
+                  || limits.thresholdRelativeToLevel);
+    EXPECT_EQ (limits.smoothingOctaves, 0.0f);
     EXPECT_FLOAT_EQ (limits.maximumBoostDb, 12.0f);
-    EXPECT_EQ (ticked(), juce::StringArray ({"Long-term spectrum", "Loudness-matched correction",
-                                             "Leave empty bands alone", "1/3 octave", "12 dB"}))
+    EXPECT_EQ (ticked(), juce::StringArray ({"Frame models averaged", "Off", "12 dB"}))
         << ticked().joinIntoString (", ");
 
     juce::MemoryBlock state;
     processor.getStateInformation (state);
-    header().handleCommand (idOf ("Loudness-matched correction")); // a tick toggles
+    header().handleCommand (idOf ("Correct only departures from the profile")); // a tick toggles
     header().handleCommand (idOf ("No limit"));
-    EXPECT_FALSE (engine.getCorrectionLimits().loudnessMatched);
+    EXPECT_TRUE (engine.getCorrectionLimits().departuresOnly);
     EXPECT_FALSE (std::isfinite (engine.getCorrectionLimits().maximumBoostDb));
     processor.setStateInformation (state.getData(), static_cast<int> (state.getSize()));
-    EXPECT_TRUE (engine.getCorrectionLimits().loudnessMatched);
+    EXPECT_FALSE (engine.getCorrectionLimits().departuresOnly);
     EXPECT_FLOAT_EQ (engine.getCorrectionLimits().maximumBoostDb, 12.0f);
 }
 
