@@ -113,9 +113,6 @@ bool OfflineJob::configure (KelfinerAudioProcessor& processor, juce::String& err
         limits.departuresOnly = *settings.departuresOnly;
     if (settings.smoothingOctaves)
         limits.smoothingOctaves = *settings.smoothingOctaves;
-    // Without loudness matching the correction keeps the level the original design gives it.
-    if (!settings.matchLoudness && !settings.loudnessTargetLufs)
-        limits.loudnessMatched = false;
     if (settings.maximumBoostDb)
         limits.maximumBoostDb = *settings.maximumBoostDb;
     limits.amount = settings.amountPercent / 100.0f;

@@ -153,7 +153,7 @@ public:
         measurement (README, "How the tool learns"). */
     static constexpr float naturalVariationDb = 5.0f;
     /** Over this much learnt material the correction grows from nothing to its full size. */
-    static constexpr double growthSeconds = 2.0;
+    static constexpr double growthSeconds = 6.0;
     /** Any thread but the audio thread; redesigns. */
     void setCorrectionLimits (const CorrectionLimits& limits);
     /** Any thread but the audio thread. */
@@ -265,8 +265,9 @@ private:
     int spectrumFrameLength() const;
     void learnSpectrum (const Signal32& frame);
     /** The minimum-phase whitening filter of a summed power spectrum on the bin grid, as a
-        coefficient set (flat when nothing was learnt). Under designLock. */
-    Signal32 whiteningOf (const std::vector<double>& spectrum);
+        coefficient set (flat when nothing was learnt), with a white floor this far under the
+        spectrum's mean power. Under designLock. */
+    Signal32 whiteningOf (const std::vector<double>& spectrum, double floor = 1.0e-9);
     void requestDesign();
     void designRequested();
     void installPendingResponse();
@@ -339,6 +340,7 @@ private:
 
     // Design side, under designLock.
     Signal32 designSource;
+    Signal32 envelopeSource; // the long-term spectrum's model for the "Automatic" profile
     double designSourceRate = 0.0;
     double designLearntSeconds = 0.0;
     CorrectionLimits correctionLimits;

@@ -73,7 +73,7 @@ void Deconvolution::learnSpectrum (const Signal32& frame)
         publishSourceSnapshot();
 }
 
-Signal32 Deconvolution::whiteningOf (const std::vector<double>& spectrum)
+Signal32 Deconvolution::whiteningOf (const std::vector<double>& spectrum, double floor)
 {
     const juce::ScopedLock lock (designLock);
     const int bins = fftSize / 2 + 1;
@@ -93,7 +93,7 @@ Signal32 Deconvolution::whiteningOf (const std::vector<double>& spectrum)
     float* a = magnitudes.getChannel (0);
     for (int k = 0; k < bins; ++k)
         a[k] = static_cast<float> (
-            1.0 / std::sqrt (spectrum[static_cast<std::size_t> (k)] / mean + 1.0e-9));
+            1.0 / std::sqrt (spectrum[static_cast<std::size_t> (k)] / mean + floor));
 
     // Its minimum-phase response is a coefficient set like a linear-prediction model's: states,
     // presets and filter files store it as they store those, and its transform gives the same
