@@ -85,3 +85,26 @@ double tonalDeviation (std::vector<double> const& power, double rate,
         squares += (d - mean) * (d - mean);
     return std::sqrt (squares / static_cast<double> (deviation.size()));
 }
+
+std::vector<std::pair<double, double>> thirdOctaveLevels (std::vector<double> const& power,
+                                                          double rate)
+{
+    const int size = static_cast<int> (power.size() - 1) * 2;
+    std::vector<std::pair<double, double>> levels;
+    for (int k = -17; k <= 13; ++k)
+    {
+        const double centre = 1000.0 * std::pow (2.0, k / 3.0);
+        const double lo = centre * std::pow (2.0, -1.0 / 6.0),
+                     hi = centre * std::pow (2.0, 1.0 / 6.0);
+        if (hi > rate / 2)
+            break;
+        double level = 0.0;
+        int bins = 0;
+        for (int b = static_cast<int> (std::ceil (lo * size / rate));
+             b <= static_cast<int> (hi * size / rate); ++b)
+            level += power[static_cast<std::size_t> (b)], ++bins;
+        levels.emplace_back (centre, bins > 0 && level > 0.0 ? 10.0 * std::log10 (level / bins)
+                                                             : -HUGE_VAL);
+    }
+    return levels;
+}

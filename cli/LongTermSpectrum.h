@@ -30,3 +30,8 @@ private:
 double tonalDeviation (std::vector<double> const& power, double rate,
                        std::vector<float> const& targetFrequencies,
                        vesk::audio::Signal32 const& targetMagnitudes);
+
+/** Levels (dB) of a spectrum in base-two third-octave bands centred from 20 Hz up to 20 kHz and
+    under the rate's half: (centre, level); a band without power has -infinity. */
+std::vector<std::pair<double, double>> thirdOctaveLevels (std::vector<double> const& power,
+                                                          double rate);

@@ -268,19 +268,10 @@ bool openOutput (juce::File const& output, JobSettings const& settings,
 
 double decibels (double amplitude) { return 20.0 * std::log10 (std::max (amplitude, 1.0e-20)); }
 
-/** The correction at third-octave centres from 20 Hz to 20 kHz, and its range from 20 Hz up. */
-void describeCorrection (Signal32 const& curve, std::vector<float> const& frequencies, double rate,
-                         JobResult& result)
+/** The correction at third-octave centres from 20 Hz to 20 kHz with the gain after it, and its
+    deepest cut and largest lift there: what the plot draws and the summary says. */
+void describeCorrection (Signal32 const& curve, double rate, double gainDb, JobResult& result)
 {
-    result.correctionMinDb = 1.0e9f;
-    result.correctionMaxDb = -1.0e9f;
-    for (int k = 1; k < curve.getNumSamples(); ++k)
-        if (frequencies[static_cast<std::size_t> (k)] >= 20.0f)
-        {
-            const auto db = static_cast<float> (decibels (curve[0][k]));
-            result.correctionMinDb = std::min (result.correctionMinDb, db);
-            result.correctionMaxDb = std::max (result.correctionMaxDb, db);
-        }
     result.correctionCurve.clear();
     const int bins = curve.getNumSamples();
     for (int band = -17; band <= 13 && bins > 1; ++band)
@@ -291,8 +282,31 @@ void describeCorrection (Signal32 const& curve, std::vector<float> const& freque
         const auto k = std::clamp (
             static_cast<int> (std::ceil (centre / (rate / 2.0) * (bins - 1))), 1, bins - 1);
         result.correctionCurve.emplace_back (static_cast<float> (centre),
-                                             static_cast<float> (decibels (curve[0][k])));
+                                             static_cast<float> (decibels (curve[0][k]) + gainDb));
     }
+    result.correctionMinDb = result.correctionMaxDb = 0.0f;
+    for (auto const& [hz, db] : result.correctionCurve)
+    {
+        if (result.correctionMinHz == 0.0f || db < result.correctionMinDb)
+            result.correctionMinDb = db, result.correctionMinHz = hz;
+        if (result.correctionMaxHz == 0.0f || db > result.correctionMaxDb)
+            result.correctionMaxDb = db, result.correctionMaxHz = hz;
+    }
+}
+
+/** The largest rise of a third-octave band from input to output (dB), over the bands that hold
+    something: within 80 dB of the input's loudest band. */
+double largestLift (LongTermSpectrum const& before, LongTermSpectrum const& after)
+{
+    const auto in = thirdOctaveLevels (before.power(), before.getSampleRate());
+    const auto out = thirdOctaveLevels (after.power(), after.getSampleRate());
+    double loudest = -HUGE_VAL, lift = -HUGE_VAL;
+    for (auto const& band : in)
+        loudest = std::max (loudest, band.second);
+    for (std::size_t b = 0; b < in.size() && b < out.size(); ++b)
+        if (in[b].second > loudest - 80.0 && std::isfinite (out[b].second))
+            lift = std::max (lift, out[b].second - in[b].second);
+    return std::isfinite (lift) ? lift : 0.0;
 }
 } // namespace
 
@@ -322,6 +336,11 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     if (!configure (processor, result.error))
         return result;
     auto& engine = processor.getEngine();
+    // The master gain (--gain, or a preset's) comes after the loudness stage below, so that it
+    // changes the level in every loudness mode; the processor runs without it.
+    const double masterGainDb = engine.getParameterValue (Deconvolution::masterGainIndex);
+    processor.setCheckedParameterValue (EngineParameterId (Deconvolution::masterGainIndex), 0.0f,
+                                        false);
     // Nobody looks at the analysers here; they only change what is displayed, never the audio.
     processor.setCheckedParameterValue (EngineParameterId (Deconvolution::enableAnalyzersIndex),
                                         0.0f, false);
@@ -401,6 +420,19 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     else if (settings.matchLoudness && std::isfinite (result.loudnessInLufs)
              && std::isfinite (result.loudnessOutLufs))
         gainDb = result.loudnessInLufs - result.loudnessOutLufs;
+    gainDb += masterGainDb;
+    // No band ends more than the maximum boost above where it was, whatever the gains after the
+    // correction ask for.
+    const auto limits = engine.getCorrectionLimits();
+    if (std::isfinite (limits.maximumBoostDb))
+    {
+        const double allowed = limits.maximumBoostDb - largestLift (before, after);
+        if (gainDb > allowed)
+        {
+            result.boostHeldBackDb = gainDb - allowed;
+            gainDb = allowed;
+        }
+    }
     // Fixed-point files clip above full scale, and a float file clips as soon as anything
     // converts it: the gain comes down rather than a sample clip.
     const double peakDb = decibels (outputLevel.samplePeak());
@@ -418,7 +450,7 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
     const auto curve = engine.getFilterCurve();
     const auto frequencies = engine.getBinFrequencies();
     const auto target = engine.getTargetMagnitudes();
-    describeCorrection (curve, frequencies, rate, result);
+    describeCorrection (curve, rate, gainDb, result);
     result.deviationBeforeDb = tonalDeviation (before.power(), rate, frequencies, target);
     result.deviationAfterDb = tonalDeviation (after.power(), rate, frequencies, target);
     // What the run did, in the words the plot's title uses: the report records it too.
@@ -496,8 +528,14 @@ JobResult OfflineJob::run (std::function<void (const char*, double)> const& prog
         auto asWritten = after.power();
         for (auto& power : asWritten)
             power *= static_cast<double> (gain) * gain;
-        const PlotData plotted{before.power(), asWritten,          rate, frequencies, curve * gain,
-                               target,         result.settingsUsed};
+        const PlotData plotted{before.power(),
+                               asWritten,
+                               rate,
+                               frequencies,
+                               curve * gain,
+                               target,
+                               result.settingsUsed,
+                               describeExtremes (result)};
         if (!drawPlot (plotTemporary->getFile(), plotted))
         {
             result.error = "cannot write the plot: " + settings.plot.getFullPathName();

@@ -55,19 +55,23 @@ struct JobResult
     juce::String error;
     std::uint64_t learntFrames = 0;
     double learntSeconds = 0.0; // the material those frames stand for
+    /** The applied correction's deepest cut and largest lift over the third-octave curve below,
+        with every gain after it, and where they lie (Hz). */
     float correctionMinDb = 0.0f, correctionMaxDb = 0.0f;
+    float correctionMinHz = 0.0f, correctionMaxHz = 0.0f;
     double deviationBeforeDb = 0.0, deviationAfterDb = 0.0;
     double loudnessInLufs = 0.0, loudnessOutLufs = 0.0;
     double gainDb = 0.0;                     // applied after the correction
     double peakReductionDb = 0.0;            // of that, what the peak ceiling took
+    double boostHeldBackDb = 0.0;            // and what the maximum boost took
     juce::int64 samplesKeptUnderCeiling = 0; // that would have gone over it without
     juce::int64 nonFiniteSamples = 0;        // in the input, taken as silence
     juce::String inputDamage;                // what a damaged input lacked, in words
     juce::String settingsUsed; // the input, the target and every setting in force, in words
     juce::int64 silencedOutputSamples = 0;      // non-finite results written as silence
     double peakInDbfs = 0.0, peakOutDbfs = 0.0; // sample peaks
-    /** The tonal correction (the level guard's gain is gainDb): (Hz, dB) at third-octave
-        centres from 20 Hz to 20 kHz. */
+    /** The tonal correction as applied (gainDb included): (Hz, dB) at third-octave centres
+        from 20 Hz to 20 kHz. */
     std::vector<std::pair<float, float>> correctionCurve;
 };
 

@@ -184,15 +184,17 @@ bool drawPlot (juce::File const& file, PlotData const& data)
     const std::pair<const char*, juce::Colour> legend[] = {{"Input", inputColour},
                                                            {"Output", outputColour},
                                                            {"Target (shape)", targetColour},
-                                                           {"Correction", curveColour}};
+                                                           {nullptr, curveColour}};
     float x = plot.getX() + 8.0f;
     for (auto const& [name, colour] : legend)
     {
         g.setColour (colour);
         g.fillRect (x, 40.0f, 18.0f, 4.0f);
         g.setColour (label);
-        g.drawText (name, juce::Rectangle<float> (x + 24.0f, 32.0f, 120.0f, 20.0f),
-                    juce::Justification::centredLeft);
+        g.drawText (
+            name != nullptr ? juce::String (name) : "Correction " + data.applied,
+            juce::Rectangle<float> (x + 24.0f, 32.0f, name != nullptr ? 120.0f : 420.0f, 20.0f),
+            juce::Justification::centredLeft);
         x += 150.0f;
     }
     g.setColour (label);

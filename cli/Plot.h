@@ -16,6 +16,8 @@ struct PlotData
     std::vector<float> curveFrequencies;
     vesk::audio::Signal32 correction, target;
     juce::String title;
+    /** What the correction does at its extremes, in the summary's words, beside its legend. */
+    juce::String applied;
 };
 
 /** Writes a PNG of the spectra (down to -90 dB under the input's strongest bin), the target

@@ -28,10 +28,26 @@ juce::var pairOf (juce::var first, juce::var second)
 }
 } // namespace
 
+juce::String describeExtremes (JobResult const& result)
+{
+    const auto at = [] (float db, float hz)
+    {
+        return (db >= 0.0f ? "+" : "") + juce::String (db, 1) + " dB at "
+               + (hz >= 1000.0f ? juce::String (hz / 1000.0f, hz >= 10000.0f ? 0 : 1) + " kHz"
+                                : juce::String (juce::roundToInt (hz)) + " Hz");
+    };
+    return at (result.correctionMaxDb, result.correctionMaxHz) + ", "
+           + at (result.correctionMinDb, result.correctionMinHz);
+}
+
 juce::StringArray warningsFor (JobResult const& result)
 {
     juce::StringArray warnings;
-    if (result.samplesKeptUnderCeiling > 0)
+    // Only what a listener would hear: a guard that took less than 1 dB goes unmentioned.
+    if (result.boostHeldBackDb >= 1.0)
+        warnings.add ("the maximum boost held the level back by "
+                      + juce::String (result.boostHeldBackDb, 1) + " dB");
+    if (result.samplesKeptUnderCeiling > 0 && result.peakReductionDb >= 1.0)
         warnings.add ("the ceiling kept " + juce::String (result.samplesKeptUnderCeiling)
                       + " samples from going over it (the output is "
                       + juce::String (result.peakReductionDb, 1) + " dB quieter than asked)");
@@ -64,12 +80,15 @@ juce::String summaryLine (juce::String const& shownName, juce::File const& outpu
                 + (output == juce::File() ? juce::String() : " -> " + output.getFullPathName())
                 + ": learnt " + juce::String (result.learntFrames) + " frames, correction "
                 + juce::String (result.correctionMinDb, 1) + " .. "
-                + juce::String (result.correctionMaxDb, 1) + " dB, deviation from target "
-                + juce::String (result.deviationBeforeDb, 2) + " dB -> "
-                + juce::String (result.deviationAfterDb, 2) + " dB RMS, loudness "
+                + juce::String (result.correctionMaxDb, 1) + " dB (" + describeExtremes (result)
+                + "), deviation from target " + juce::String (result.deviationBeforeDb, 2)
+                + " dB -> " + juce::String (result.deviationAfterDb, 2) + " dB RMS, loudness "
                 + juce::String (result.loudnessInLufs, 1) + " -> "
                 + juce::String (result.loudnessOutLufs, 1) + " LUFS (gain "
                 + juce::String (result.gainDb, 1) + " dB";
+    if (result.boostHeldBackDb > 0.0)
+        line << ", " << juce::String (result.boostHeldBackDb, 1)
+             << " dB held back by the maximum boost";
     if (result.peakReductionDb > 0.0)
         line << ", " << juce::String (result.peakReductionDb, 1)
              << " dB less to keep peaks under the ceiling";
@@ -144,7 +163,9 @@ void JsonReport::add (juce::String const& shownName, juce::File const& output,
         curve.add (pairOf (number (frequency, 1), number (db)));
     auto* correction = new juce::DynamicObject();
     correction->setProperty ("minDb", number (result.correctionMinDb));
+    correction->setProperty ("minHz", number (result.correctionMinHz, 1));
     correction->setProperty ("maxDb", number (result.correctionMaxDb));
+    correction->setProperty ("maxHz", number (result.correctionMaxHz, 1));
     correction->setProperty ("curveHzDb", curve);
     entry->setProperty ("correction", juce::var (correction));
     const auto inAndOut = [] (juce::var in, juce::var out)
@@ -163,6 +184,10 @@ void JsonReport::add (juce::String const& shownName, juce::File const& output,
     entry->setProperty ("peakDbfs",
                         inAndOut (number (result.peakInDbfs), number (result.peakOutDbfs)));
     entry->setProperty ("gainDb", number (result.gainDb));
+    auto* heldBack = new juce::DynamicObject();
+    heldBack->setProperty ("ceilingDb", number (result.peakReductionDb));
+    heldBack->setProperty ("maximumBoostDb", number (result.boostHeldBackDb));
+    entry->setProperty ("heldBack", juce::var (heldBack));
     juce::Array<juce::var> warnings;
     for (auto const& warning : warningsFor (result))
         warnings.add (warning);

@@ -10,6 +10,10 @@ juce::StringArray warningsFor (JobResult const& result);
 juce::String summaryLine (juce::String const& shownName, juce::File const& output,
                           JobResult const& result);
 
+/** The applied correction's largest lift and deepest cut with their frequencies, as the summary
+    and the plot say them: "+3.1 dB at 8 kHz, -4.0 dB at 160 Hz". */
+juce::String describeExtremes (JobResult const& result);
+
 /** A plot's title: the file, the target (a profile, a reference or a filter file) and the
     settings that shape the correction. */
 juce::String describeRun (juce::File const& input, JobSettings const& settings,

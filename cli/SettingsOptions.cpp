@@ -69,7 +69,11 @@ void SettingsOptions::addCorrection (CLI::App& command)
         .add_option ("--smoothing", smoothing,
                      "smooth the correction over this many octaves (0 .. 2, default 1/3)")
         ->type_name ("OCTAVES");
-    command.add_option ("--gain", gain, "master gain in dB (-24 .. 24)")->type_name ("DB");
+    command
+        .add_option ("--gain", gain,
+                     "master gain in dB (-24 .. 24), after the loudness match: the result is "
+                     "this much louder or quieter in every loudness mode")
+        ->type_name ("DB");
     command
         .add_option ("--emphasis", emphasis,
                      "an emphasis point HZ:PERCENT (up to twelve; turns the emphasis curve on)")
@@ -77,7 +81,8 @@ void SettingsOptions::addCorrection (CLI::App& command)
         ->allow_extra_args (false);
     command
         .add_option ("--max-boost", maxBoost,
-                     "lift no frequency by more than this many dB (0 .. 48; default: no limit)")
+                     "no third-octave band of the output more than this many dB above the input's, "
+                     "after every gain (0 .. 48; default: no limit)")
         ->type_name ("DB");
     command
         .add_option ("--amount", amount,

@@ -270,6 +270,13 @@ void Deconvolution::parameterChangedFrom (int index)
         designPending = true;
         return;
     }
+    if (index == estimationModeIndex)
+    {
+        // What was learnt up to now, not up to the last paced design, is what a hold keeps
+        // and what a saved state will hold.
+        const juce::ScopedLock audio (engineLock);
+        publishSourceSnapshot (true);
+    }
     const juce::ScopedLock lock (designLock);
     if (emphasis)
         updateEmphasisLevels();
@@ -288,7 +295,7 @@ void Deconvolution::effectuateParameterChanges()
 
 void Deconvolution::reset()
 {
-    bool layoutChanged = false;
+    bool layoutChanged = false, behind = false;
     {
         // A designer on another thread transforms its response for the convolution's layout
         // under designLock: the layout changes only while that lock is held too.
@@ -301,6 +308,9 @@ void Deconvolution::reset()
             levelPowerSum = 0.0;
             levelFrames = 0;
         }
+        // Frames learnt after the last design (a hold that came between two of them) are
+        // designed for before playback starts again.
+        behind = unpublishedFrames;
         publishSourceSnapshot();
         estimateFrameCount = 0;
         restartEstimate = false;
@@ -334,7 +344,7 @@ void Deconvolution::reset()
         designRequested();
         installPendingResponse();
     }
-    else if (layoutChanged && sampleRate > 0.0)
+    else if ((layoutChanged || behind) && sampleRate > 0.0)
     {
         publishSourceSnapshot();
         updateFilter();

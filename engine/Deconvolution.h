@@ -153,7 +153,7 @@ public:
         measurement (README, "How the tool learns"). */
     static constexpr float naturalVariationDb = 5.0f;
     /** Over this much learnt material the correction grows from nothing to its full size. */
-    static constexpr double growthSeconds = 6.0;
+    static constexpr double growthSeconds = 2.0;
     /** Any thread but the audio thread; redesigns. */
     void setCorrectionLimits (const CorrectionLimits& limits);
     /** Any thread but the audio thread. */
@@ -222,8 +222,8 @@ public:
         natural variation (soft-thresholded in dB around the level that fits most of the range). */
     void spareNaturalVariation (Signal32& correction);
     /** Caps lifts of bands lying far under the material's level at 1 kHz, given the source's
-        whitening magnitudes. */
-    void spareUnheldBands (Signal32& curve, const Signal32& whitening);
+        whitening magnitudes and the share of the correction applied. */
+    void spareUnheldBands (Signal32& curve, const Signal32& whitening, float share);
     /** Applies the correction limits to a curve, given the source's whitening magnitudes. */
     void applyCorrectionLimits (Signal32& curve, const Signal32& whitening);
     /** One minimum-phase impulse response of 50 ms per channel of magnitudes. */
@@ -261,7 +261,7 @@ private:
     void feedEstimation (const Signal32& input, int hopMultiple);
     void updateAnalyzers (const Signal32& input, const Signal32& output);
     void analyse (FrameQueue& queue, Signal32& spectrum, bool& valid, float smoothing);
-    void publishSourceSnapshot();
+    void publishSourceSnapshot (bool wait = false);
     int spectrumFrameLength() const;
     void learnSpectrum (const Signal32& frame);
     /** The minimum-phase whitening filter of a summed power spectrum on the bin grid, as a
@@ -337,6 +337,7 @@ private:
     double snapshotSampleRate = 0.0;
     double snapshotLearntSeconds = 0.0; // infinite for a loaded or averaged-frames model
     bool snapshotStale = false;         // audio side: the last publication found the lock taken
+    bool unpublishedFrames = false;     // audio side: frames learnt since the last publication
 
     // Design side, under designLock.
     Signal32 designSource;

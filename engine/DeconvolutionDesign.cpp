@@ -119,13 +119,15 @@ Signal32 Deconvolution::extractTargetModelFromSource (const Signal32&)
 {
     const juce::ScopedLock lock (designLock);
     const int bins = fftSize / 2 + 1;
-    // The long-term spectrum's own model reaches 90 dB under its mean where the material holds
+    // The long-term spectrum's model reaches 90 dB under its mean where the material holds
     // nothing (below a voice, above a codec's band): its first taps, all this profile looks at,
     // then swing with every frame learnt, and the profile's low end by 20 dB and more. Its
     // envelope is taken from the same spectrum with a floor 20 dB under that mean instead
     // (measured on the evaluation's restore tasks, learnt live: 40 dB still let speech's end up
-    // further from its original).
-    const auto& model = designSpectrum.empty() ? designSource : envelopeSource;
+    // further from its original), made from the model on the bin grid so that a model loaded
+    // from a state gives the same profile as the one it was saved from.
+    const bool spectral = estimator.load() == Estimator::longTermSpectrum;
+    const auto& model = spectral ? envelopeSource : designSource;
     if (!hasCoefficients (model))
         return Signal32 (1, bins, 1.0f);
 
@@ -135,7 +137,8 @@ Signal32 Deconvolution::extractTargetModelFromSource (const Signal32&)
     for (int k = 0; k < taps; ++k)
         shortened[0][k] =
             model[0][k] * static_cast<float> (0.5 + 0.5 * std::cos (M_PI * k / std::max (taps, 1)));
-    const auto whitening = getMagnitudesFromFilterCoefficients (shortened, designSourceRate);
+    const auto whitening = getMagnitudesFromFilterCoefficients (
+        shortened, spectral ? sampleRate.load() : designSourceRate);
 
     // Half-octave bands from 20 Hz up. A band's level is the mean of its bins in dB (a geometric
     // mean), so that a narrow notch or peak of the model cannot dominate the band. Bands centred
@@ -192,11 +195,7 @@ void Deconvolution::updateFilter()
     }
     // The long-term spectrum's model is made here, once per design, off the audio thread.
     if (!designSpectrum.empty())
-    {
         designSource = whiteningOf (designSpectrum);
-        if (targetModel == automatic)
-            envelopeSource = whiteningOf (designSpectrum, 1.0e-2);
-    }
 
     Signal32 whitening; // of the learnt source, where there is one
     if (!hasCoefficients (designSource))
@@ -207,6 +206,16 @@ void Deconvolution::updateFilter()
     {
         const auto source = getMagnitudesFromFilterCoefficients (designSource, designSourceRate);
         whitening = source;
+        if (targetModel == automatic && estimator.load() == Estimator::longTermSpectrum)
+        {
+            std::vector<double> power (static_cast<std::size_t> (source.getNumSamples()));
+            for (std::size_t k = 0; k < power.size(); ++k)
+            {
+                const double a = std::max (source[0][static_cast<int> (k)], 1.0e-10f);
+                power[k] = 1.0 / (a * a);
+            }
+            envelopeSource = whiteningOf (power, 1.0e-2);
+        }
         if (targetModel == automatic || targetMagnitudes.getNumSamples() != source.getNumSamples())
             updateTargetMagnitudes (source);
         Signal32 correction = smoothedCorrection (source, targetMagnitudes);

@@ -161,7 +161,7 @@ void Deconvolution::spareNaturalVariation (Signal32& correction)
     }
 }
 
-void Deconvolution::spareUnheldBands (Signal32& curve, const Signal32& whitening)
+void Deconvolution::spareUnheldBands (Signal32& curve, const Signal32& whitening, float share)
 {
     const juce::ScopedLock lock (designLock);
     const int bins = std::min (curve.getNumSamples(), whitening.getNumSamples());
@@ -184,11 +184,13 @@ void Deconvolution::spareUnheldBands (Signal32& curve, const Signal32& whitening
     {
         // From 20 dB under the 1 kHz band on, the lift allowed above the 1 kHz correction
         // shrinks from 24 dB to 5 dB, reached 30 dB under it: what lies that far down is
-        // rumble, hum, a codec's band limit or a resampler's noise more often than music.
+        // rumble, hum, a codec's band limit or a resampler's noise more often than music. (With
+        // no lift at all there, muffled and telephone-band music kept half of what the profiles
+        // now restore.) The allowance scales with the share of the correction applied.
         const double depth = referenceDb - 10.0 * std::log10 (level[static_cast<std::size_t> (k)]);
         if (depth <= 20.0)
             continue;
-        const double allowed = 5.0 + 19.0 * std::clamp ((30.0 - depth) / 10.0, 0.0, 1.0);
+        const double allowed = share * (5.0 + 19.0 * std::clamp ((30.0 - depth) / 10.0, 0.0, 1.0));
         const double most = std::pow (10.0, (referenceLift + allowed) / 20.0);
         c[k] = std::min (c[k], static_cast<float> (most));
     }
@@ -222,7 +224,7 @@ void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whit
         for (int k = 0; k < bins; ++k)
             c[k] = std::pow (c[k], amount);
     if (correctionLimits.departuresOnly && targetModel != custom)
-        spareUnheldBands (curve, whitening);
+        spareUnheldBands (curve, whitening, amount);
 
     // The learnt power spectrum is 1 / |A|^2; its peak tells where "almost nothing" begins.
     if (correctionLimits.spareEmptyBands)
@@ -244,12 +246,6 @@ void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whit
             c[k] = std::pow (c[k], keep);
         }
     }
-    if (std::isfinite (correctionLimits.maximumBoostDb))
-    {
-        const float most = std::pow (10.0f, correctionLimits.maximumBoostDb / 20.0f);
-        for (int k = 0; k < bins; ++k)
-            c[k] = std::min (c[k], most);
-    }
     if (correctionLimits.loudnessMatched && rate > 0.0)
     {
         // K-weighted power of the material before and after the curve: their ratio is the
@@ -268,6 +264,13 @@ void Deconvolution::applyCorrectionLimits (Signal32& curve, const Signal32& whit
             for (int k = 0; k < bins; ++k)
                 c[k] *= gain;
         }
+    }
+    // Last, so that the loudness gain cannot lift a band past it.
+    if (std::isfinite (correctionLimits.maximumBoostDb))
+    {
+        const float most = std::pow (10.0f, correctionLimits.maximumBoostDb / 20.0f);
+        for (int k = 0; k < bins; ++k)
+            c[k] = std::min (c[k], most);
     }
 }
 } // namespace vesk::audio

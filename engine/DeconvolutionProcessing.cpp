@@ -69,7 +69,9 @@ Signal32 Deconvolution::process (const Signal32& input)
     copyFinite (input, inputBlock);
     feedEstimation (inputBlock, 1);
 
-    if (estimationMode != holdMode && (secondsSinceFilterUpdate > 0.04 || snapshotStale))
+    // Held, the last frames learnt still reach one final design.
+    if ((estimationMode != holdMode && secondsSinceFilterUpdate > 0.04) || snapshotStale
+        || (estimationMode == holdMode && unpublishedFrames))
         requestDesign();
     secondsSinceFilterUpdate += samples / sampleRate;
 

@@ -71,6 +71,8 @@ void Deconvolution::learnSpectrum (const Signal32& frame)
     // right after a frame and must see it.
     if (!realtime.load())
         publishSourceSnapshot();
+    else
+        unpublishedFrames = true;
 }
 
 Signal32 Deconvolution::whiteningOf (const std::vector<double>& spectrum, double floor)

@@ -81,15 +81,22 @@ bool Deconvolution::onAudioThread() const noexcept
     return realtime.load() && AudioThreadScope::isActive();
 }
 
-void Deconvolution::publishSourceSnapshot()
+void Deconvolution::publishSourceSnapshot (bool wait)
 {
-    // Never waits: when a designer is copying the snapshot, the next block tries again.
-    const juce::SpinLock::ScopedTryLockType lock (snapshotLock);
-    if (!lock.isLocked())
+    // The audio thread never waits: when a designer is copying the snapshot, the next block
+    // tries again. Others may wait the moment that copy takes.
+    if (wait)
+        snapshotLock.enter();
+    else if (!snapshotLock.tryEnter())
     {
         snapshotStale = true;
         return;
     }
+    struct Leave
+    {
+        juce::SpinLock& lock;
+        ~Leave() { lock.exit(); }
+    } const leave{snapshotLock};
     if (estimator.load() == Estimator::longTermSpectrum && spectrumFrames > 0)
     {
         // The designers make the model; the audio thread only hands over the sum.
@@ -108,6 +115,7 @@ void Deconvolution::publishSourceSnapshot()
     }
     snapshotSampleRate = sourceSampleRate;
     snapshotStale = false;
+    unpublishedFrames = false;
 }
 
 void Deconvolution::requestDesign()

@@ -233,7 +233,9 @@ TEST (CommandLine, LevelFormatAndHowMuchIsCorrected)
     const auto full = span (fromLoud);
     EXPECT_NEAR (span (process ("loud.wav", "d.wav", {"--amount", "50"})), full / 2.0, 0.2);
     EXPECT_NEAR (span (process ("loud.wav", "e.wav", {"--amount=0"})), 0.0, 0.05);
-    EXPECT_LT (span (process ("loud.wav", "f.wav", {"--range", "100:1000"})), full / 2.0);
+    const auto imposed = span (process ("loud.wav", "f.wav", {"--impose-target"}));
+    EXPECT_LT (span (process ("loud.wav", "f.wav", {"--impose-target", "--range", "100:1000"})),
+               imposed / 2.0);
 
     // A loudness target, 16-bit output (dithered, never clipped) and FLAC by request.
     const auto louder = process ("loud.wav", "g.flac",
