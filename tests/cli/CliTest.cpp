@@ -475,3 +475,45 @@ TEST (KelfinerTool, LyingHeadersAndNonFiniteSamples)
         }
     EXPECT_GT (energy, 1.0) << "the rest of the file comes through";
 }
+
+// --gain comes after the loudness match, so it is heard in every loudness mode; --max-boost
+// holds for every band of the result, whatever the gains after the correction ask for.
+TEST (KelfinerTool, GainAndMaximumBoostHoldAfterEveryLevelStage)
+{
+    const Folder files;
+    writeWav (files ("dull.wav"),
+              colouredNoise ({vesk::test::Biquad::lowPass (2000, 0.707, 48000)}, 48000, 3, 21)
+                  * 0.1f,
+              48000, 24);
+    const auto run = [&] (juce::String const& out, juce::StringArray extra)
+    {
+        juce::StringArray args{"process", files ("dull.wav").getFullPathName(), "-o",
+                               files (out).getFullPathName()};
+        args.addArray (extra);
+        const auto result = kelfiner (args);
+        EXPECT_EQ (result.exitCode, 0) << result.output;
+        const auto loudness = result.output.fromLastOccurrenceOf ("loudness", false, false);
+        return std::make_pair (loudness.fromFirstOccurrenceOf ("->", false, false).getDoubleValue()
+                                   - loudness.getDoubleValue(),
+                               result.output);
+    };
+    for (const char* mode : {"match", "off"})
+    {
+        const auto plain = run (juce::String ("a-") + mode + ".wav", {"--loudness", mode});
+        const auto louder =
+            run (juce::String ("b-") + mode + ".wav", {"--loudness", mode, "--gain", "6"});
+        EXPECT_NEAR (louder.first - plain.first, 6.0, 0.3) << mode << "\n" << louder.second;
+    }
+
+    const auto [change, text] = run (
+        "bounded.wav", {"--target", "music", "--impose-target", "--max-boost", "3", "--gain", "6"});
+    EXPECT_TRUE (text.contains ("held back by the maximum boost")) << text;
+    double rate = 0;
+    int bits = 0;
+    const auto input = readWav (files ("dull.wav"), rate, bits);
+    const auto output = readWav (files ("bounded.wav"), rate, bits);
+    const auto in = vesk::test::thirdOctaveLevels (input, rate, 40, 16000);
+    const auto out = vesk::test::thirdOctaveLevels (output, rate, 40, 16000);
+    for (std::size_t b = 0; b < in.levels.size(); ++b)
+        EXPECT_LE (out.levels[b] - in.levels[b], 3.5) << in.centres[b] << " Hz\n" << text;
+}

@@ -134,3 +134,73 @@ TEST (CorrectionLimits, SmoothingWidensNarrowCorrections)
     EXPECT_LT (smoothed, 0.5f * sharp);
     EXPECT_GT (smoothed, 0.5f) << "still a cut where the resonance was";
 }
+
+// A built-in profile is followed only where the material departs from it by more than material
+// naturally varies: a gentle bump stays, a strong one is brought back to the edge of that range.
+TEST (CorrectionLimits, DeparturesOnlyCorrectWhatExceedsNaturalVariation)
+{
+    const auto signal = vesk::test::colouredNoise (
+        {Biquad::peak (400, 2.0, 3.0, rate), Biquad::peak (4000, 2.0, 12.0, rate)},
+        4 * static_cast<int> (rate), 14);
+    const auto relative = [] (Deconvolution& engine, double frequency)
+    { return curveDbAt (engine, frequency) - curveDbAt (engine, 1300.0); };
+    Deconvolution::CorrectionLimits limits;
+    Deconvolution everything, departures;
+    learn (everything, signal, 6, limits); // the flat profile: the correction is the inverse
+    limits.departuresOnly = true;
+    learn (departures, signal, 6, limits);
+
+    EXPECT_NEAR (relative (everything, 400.0), -3.0, 1.0);
+    EXPECT_NEAR (relative (everything, 4000.0), -12.0, 1.5);
+    EXPECT_NEAR (relative (departures, 400.0), 0.0, 0.5) << "within the material's variation";
+    EXPECT_NEAR (relative (departures, 4000.0), -12.0 + Deconvolution::naturalVariationDb, 1.5)
+        << "beyond it: corrected down to its edge";
+}
+
+// Rumble, a codec's band limit, the noise above a resampler's cut-off: bands far under the
+// material's level at 1 kHz are not lifted, however far the profile lies above them.
+TEST (CorrectionLimits, DeparturesOnlyLiftNothingFarUnderTheMaterial)
+{
+    const auto signal =
+        vesk::test::colouredNoise (std::vector<Biquad> (12, Biquad::lowPass (3500, 0.7, rate)),
+                                   4 * static_cast<int> (rate), 15);
+    Deconvolution::CorrectionLimits limits;
+    Deconvolution everything, departures;
+    learn (everything, signal, Deconvolution::music, limits);
+    limits.departuresOnly = true;
+    learn (departures, signal, Deconvolution::music, limits);
+    EXPECT_GT (curveDbAt (everything, 8000.0) - curveDbAt (everything, 1000.0), 20.0);
+    for (const double frequency : {6000.0, 8000.0, 12000.0, 16000.0})
+        EXPECT_LE (curveDbAt (departures, frequency) - curveDbAt (departures, 1000.0), 5.01)
+            << frequency << " Hz";
+}
+
+// Learning from nothing, the correction grows with what has been learnt instead of starting at
+// full size from the first frames; a finished model (loaded) is applied in full at once.
+TEST (CorrectionLimits, TheCorrectionGrowsWithWhatWasLearnt)
+{
+    const auto signal = vesk::test::colouredNoise ({Biquad::lowPass (1500, 0.7, rate)},
+                                                   4 * static_cast<int> (rate), 16);
+    Deconvolution::CorrectionLimits limits;
+    limits.departuresOnly = true;
+    Deconvolution engine;
+    learn (engine, signal.extractSection (0, 24000), 6, limits);
+    const auto span = [&] { return curveDbAt (engine, 3000.0) - curveDbAt (engine, 300.0); };
+    const float early = span();
+    engine.setParameterValue (Deconvolution::estimationModeIndex, 1.0f, false);
+    engine.learn (signal.extractSection (24000, 3 * 48000));
+    engine.updateFilter();
+    const float grown = span();
+    EXPECT_GT (grown, 5.0f);
+    EXPECT_NEAR (early / grown, 0.5 / Deconvolution::growthSeconds, 0.1)
+        << "half a second learnt: " << early << " dB, " << engine.getLearntSeconds()
+        << " s: " << grown << " dB";
+
+    Signal32 model;
+    double modelRate = 0.0;
+    engine.getSourceFilter (model, modelRate);
+    Deconvolution loaded;
+    learn (loaded, Signal32 (2, 0), 6, limits);
+    loaded.setSourceFilter (model, modelRate);
+    EXPECT_NEAR (curveDbAt (loaded, 3000.0) - curveDbAt (loaded, 300.0), grown, 0.5);
+}
