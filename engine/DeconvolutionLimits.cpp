@@ -183,14 +183,18 @@ void Deconvolution::spareUnheldBands (Signal32& curve, const Signal32& whitening
     for (int k = 0; k < bins; ++k)
     {
         // From 20 dB under the 1 kHz band on, the lift allowed above the 1 kHz correction
-        // shrinks from 24 dB to 5 dB, reached 30 dB under it: what lies that far down is
-        // rumble, hum, a codec's band limit or a resampler's noise more often than music. (With
-        // no lift at all there, muffled and telephone-band music kept half of what the profiles
-        // now restore.) The allowance scales with the share of the correction applied.
+        // shrinks from 24 dB to 5 dB, reached 30 dB under it, and on to nothing 60 dB under it:
+        // what lies that far down is rumble, hum, a codec's band limit or a resampler's noise
+        // more often than music. (With no lift from 30 dB on, muffled and telephone-band music
+        // kept half of what the profiles now restore; with 5 dB on to any depth, a lossy file's
+        // empty top was lifted by 6 dB.) The allowance scales with the share of the correction
+        // applied.
         const double depth = referenceDb - 10.0 * std::log10 (level[static_cast<std::size_t> (k)]);
         if (depth <= 20.0)
             continue;
-        const double allowed = share * (5.0 + 19.0 * std::clamp ((30.0 - depth) / 10.0, 0.0, 1.0));
+        const double allowed = share
+                               * (5.0 * std::clamp ((60.0 - depth) / 30.0, 0.0, 1.0)
+                                  + 19.0 * std::clamp ((30.0 - depth) / 10.0, 0.0, 1.0));
         const double most = std::pow (10.0, (referenceLift + allowed) / 20.0);
         c[k] = std::min (c[k], static_cast<float> (most));
     }
