@@ -71,7 +71,7 @@ def main():
     parser.add_argument("--cache", default="build/recordings")
     args = parser.parse_args()
     tool = os.path.abspath(args.tool)
-    failures = []
+    failures, summary = [], []
     with tempfile.TemporaryDirectory() as work:
         for name, package, files, what in RECORDINGS:
             paths = fetch(os.path.abspath(args.cache), package, files)
@@ -98,10 +98,19 @@ def main():
                 lifts = {c: after[c] - before[c] for c in shown if c in after}
                 print(f"| {profile} (change) | " + " | ".join(f"{lifts[c]:+.0f}" for c in shown)
                       + " |")
+                deep = [lifts[c] for c in shown if before[c] < -30 and c in lifts]
+                top = max(lifts, key=lambda c: lifts[c])
+                low = min(lifts, key=lambda c: lifts[c])
+                summary.append(f"| {name} | {profile} | {lifts[top]:+.1f} dB at {top:.0f} Hz | "
+                               f"{lifts[low]:+.1f} dB at {low:.0f} Hz | "
+                               + (f"{max(deep):+.1f} dB |" if deep else "none |"))
                 for c in shown:
                     if before[c] < -30 and lifts.get(c, 0) > 6:
                         failures.append(f"{name}, {profile}: +{lifts[c]:.1f} dB at {c:.0f} Hz, "
                                         f"where the input is {before[c]:.0f} dB under 1 kHz")
+    print("\n| recording | profile | largest lift | deepest cut | largest lift where the input "
+          "lies > 30 dB under 1 kHz |\n|---|---|---|---|---|")
+    print("\n".join(summary))
     print()
     for failure in failures:
         print("LIFTED AN EMPTY BAND:", failure)
