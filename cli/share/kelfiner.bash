@@ -8,7 +8,7 @@ _kelfiner()
     local commands="process analyse learn info presets demo licence help"
     local learning="--estimator --threshold --filter-length --preset"
     local correction="--target --target-filter --reference --smoothing --gain --emphasis
-        --max-boost --amount --range --lift-empty-bands --loudness --ceiling"
+        --max-boost --amount --range --lift-empty-bands --impose-target --loudness --ceiling"
     local run="--report --jobs --quiet --progress --force --recursive"
 
     if [[ $COMP_CWORD -eq 1 ]]; then
