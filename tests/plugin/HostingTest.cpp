@@ -2,7 +2,9 @@
 #include "AllocationGuard.h"
 #include "JuceTestEnvironment.h"
 #include "OwnUserFolders.h"
+#include "Spectra.h"
 
+#include <juce_audio_formats/juce_audio_formats.h>
 #include <juce_audio_processors/juce_audio_processors.h>
 
 #include <gtest/gtest.h>
@@ -378,4 +380,83 @@ int main (int argc, char** argv)
     const int result = RUN_ALL_TESTS();
     home.deleteRecursively();
     return result;
+}
+
+// A host with a new instance (Learn on, "Automatic", the defaults) that learns through a file
+// once and then holds it applies the correction the command-line tool applies to that file by
+// default.
+TEST (LearningThroughLV2, ADefaultInstanceCorrectsAsTheToolDoes)
+{
+    constexpr int length = 4 * 48000;
+    // Noise with a resonance that the automatic profile answers.
+    auto signal = vesk::test::colouredNoise ({vesk::test::Biquad::peak (1000, 4.0, 12.0, 48000),
+                                              vesk::test::Biquad::lowPass (6000, 0.7, 48000)},
+                                             length, 31)
+                  * 0.1f;
+    const auto folder = juce::File::createTempFile ("");
+    ASSERT_TRUE (folder.createDirectory());
+    const auto in = folder.getChildFile ("in.wav"), byTool = folder.getChildFile ("tool.wav");
+    {
+        juce::AudioBuffer<float> buffer (2, length);
+        for (int c = 0; c < 2; ++c)
+            buffer.copyFrom (c, 0, signal[0], length);
+        std::unique_ptr<juce::AudioFormatWriter> writer (juce::WavAudioFormat().createWriterFor (
+            new juce::FileOutputStream (in), 48000.0, 2, 32, {}, 0));
+        ASSERT_NE (writer, nullptr);
+        writer->writeFromAudioSampleBuffer (buffer, 0, length);
+    }
+    juce::ChildProcess tool;
+    ASSERT_TRUE (tool.start (juce::StringArray{KELFINER_TOOL, "process", in.getFullPathName(), "-o",
+                                               byTool.getFullPathName(), "--bits", "32f", "-q"}));
+    tool.waitForProcessToFinish (60000);
+    ASSERT_EQ (tool.getExitCode(), 0u) << tool.readAllProcessOutput();
+    std::unique_ptr<juce::AudioFormatReader> reader (
+        juce::WavAudioFormat().createReaderFor (new juce::FileInputStream (byTool), true));
+    ASSERT_NE (reader, nullptr);
+    vesk::audio::Signal32 fromTool (1, length);
+    {
+        juce::AudioBuffer<float> buffer (2, length);
+        reader->read (&buffer, 0, length, 0, true, true);
+        std::copy (buffer.getReadPointer (0), buffer.getReadPointer (0) + length, fromTool[0]);
+    }
+
+    juce::LV2PluginFormat format;
+    auto plugin = load (format, identifierFor (format, KELFINER_LV2_PATH));
+    ASSERT_NE (plugin, nullptr);
+    const auto pass = [&]
+    {
+        plugin->prepareToPlay (48000.0, 512);
+        vesk::audio::Signal32 out (1, length);
+        juce::MidiBuffer midi;
+        for (int done = 0; done < length; done += 512)
+        {
+            const int count = std::min (512, length - done);
+            juce::AudioBuffer<float> block (2, count);
+            for (int c = 0; c < 2; ++c)
+                block.copyFrom (c, 0, signal[0] + done, count);
+            plugin->processBlock (block, midi);
+            std::copy (block.getReadPointer (0), block.getReadPointer (0) + count, out[0] + done);
+        }
+        plugin->releaseResources();
+        return out;
+    };
+    pass();                                                                          // learns
+    parameterNamed (*plugin, "EstimationMode")->setValueNotifyingHost (2.0f / 3.0f); // holds
+    const auto fromHost = pass();
+
+    const auto original = vesk::test::thirdOctaveLevels (signal, 48000.0, 50, 16000);
+    const auto byFile = vesk::test::thirdOctaveLevels (fromTool, 48000.0, 50, 16000);
+    const auto host = vesk::test::thirdOctaveLevels (fromHost, 48000.0, 50, 16000);
+    double offset = 0.0, largest = 0.0;
+    for (std::size_t b = 0; b < host.levels.size(); ++b)
+        offset += (host.levels[b] - byFile.levels[b]) / static_cast<double> (host.levels.size());
+    for (std::size_t b = 0; b < host.levels.size(); ++b)
+    {
+        EXPECT_NEAR (host.levels[b] - byFile.levels[b] - offset, 0.0, 0.5)
+            << host.centres[b] << " Hz";
+        largest = std::max (largest, std::fabs (byFile.levels[b] - original.levels[b]));
+    }
+    EXPECT_LT (std::fabs (offset), 1.0) << "the loudness, kept by both";
+    EXPECT_GT (largest, 3.0) << "a correction to compare";
+    folder.deleteRecursively();
 }
