@@ -72,9 +72,9 @@ int main (int argc, char* argv[])
     plugin->releaseResources();
 
     out.deleteFile();
-    std::unique_ptr<juce::AudioFormatWriter> writer (wav.createWriterFor (
-        new juce::FileOutputStream (out), reader->sampleRate,
-        static_cast<unsigned int> (channels), 32, {}, 0));
+    std::unique_ptr<juce::AudioFormatWriter> writer (
+        wav.createWriterFor (new juce::FileOutputStream (out), reader->sampleRate,
+                             static_cast<unsigned int> (channels), 32, {}, 0));
     if (writer == nullptr || !writer->writeFromAudioSampleBuffer (audio, 0, length))
     {
         std::fprintf (stderr, "kelfiner_lv2_render: cannot write %s\n", argv[2]);
