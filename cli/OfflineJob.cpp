@@ -5,6 +5,7 @@
 #include "FlacFormat.h"
 #include "InterruptCleanup.h"
 #include "LevelMeter.h"
+#include "PendingOutput.h"
 #include "Plot.h"
 #include "RegularFile.h"
 #include "Report.h"
@@ -19,33 +20,6 @@ using vesk::audio::Signal32;
 namespace
 {
 constexpr int blockSize = 4096;
-
-/** Triangular (TPDF) dither of one step of the output's resolution: requantised without it, the
-    correction's quiet tails would turn into distortion. Seeded, so runs stay reproducible.
-    Zero bits: a float output, left alone. */
-class TpdfDither
-{
-public:
-    explicit TpdfDither (int bits)
-        : step (bits > 0 ? static_cast<float> (std::ldexp (1.0, 1 - bits)) : 0.0f)
-    {
-    }
-    void apply (juce::AudioBuffer<float>& buffer)
-    {
-        if (step == 0.0f)
-            return;
-        for (int c = 0; c < buffer.getNumChannels(); ++c)
-        {
-            float* samples = buffer.getWritePointer (c);
-            for (int n = 0; n < buffer.getNumSamples(); ++n)
-                samples[n] += (random.nextFloat() - random.nextFloat()) * step;
-        }
-    }
-
-private:
-    float step;
-    juce::Random random{1};
-};
 
 Signal32 toSignal (juce::AudioBuffer<float> const& buffer, int samples)
 {
@@ -80,13 +54,6 @@ void applyLearning (KelfinerAudioProcessor& processor, JobSettings const& settin
                                             *settings.filterLength, false);
 }
 
-juce::AudioFormat* formatFor (juce::AudioFormatManager& formats, juce::File const& file)
-{
-    for (auto* format : formats)
-        if (format->canHandleFile (file) && format->canDoStereo())
-            return format;
-    return nullptr;
-}
 } // namespace
 
 //==============================================================================
@@ -208,63 +175,6 @@ bool OfflineJob::learnFilter (juce::File const& file, JobSettings const& setting
 
 namespace
 {
-/** Where a result goes while it is made: a temporary file beside its place (renamed over it at
-    the end, so there is never a partial output file) and a writer into it. */
-struct PendingOutput
-{
-    std::unique_ptr<juce::TemporaryFile> temporary;
-    std::unique_ptr<InterruptCleanup> cleanup;
-    std::unique_ptr<juce::AudioFormatWriter> writer;
-    int bits = 0;
-};
-
-bool openOutput (juce::File const& output, JobSettings const& settings,
-                 juce::AudioFormatReader const& reader, PendingOutput& pending, juce::String& error)
-{
-    juce::AudioFormatManager formats;
-    formats.registerBasicFormats();
-    auto* format = formatFor (formats, output);
-    if (format == nullptr || output.hasFileExtension ("ogg;oga;mp3"))
-    {
-        error = "cannot write this kind of file (use .wav, .aiff or .flac): "
-                + output.getFullPathName();
-        return false;
-    }
-    if (output.exists() && !settings.force)
-    {
-        error = "output exists (use --force to replace it): " + output.getFullPathName();
-        return false;
-    }
-    const auto depths = format->getPossibleBitDepths();
-    int bits = settings.bits.value_or (static_cast<int> (reader.bitsPerSample));
-    if (settings.bits && !depths.contains (bits))
-    {
-        error = juce::String (bits) + "-bit samples cannot be written as " + format->getFormatName()
-                + ": " + output.getFullPathName();
-        return false;
-    }
-    if (!depths.contains (bits))
-        bits = depths.contains (24) ? 24 : depths.getLast();
-
-    pending.temporary = std::make_unique<juce::TemporaryFile> (output);
-    pending.cleanup = std::make_unique<InterruptCleanup> (pending.temporary->getFile());
-    auto stream = std::make_unique<juce::FileOutputStream> (pending.temporary->getFile());
-    if (!stream->openedOk())
-    {
-        error = "cannot write beside " + output.getFullPathName();
-        return false;
-    }
-    pending.writer.reset (
-        format->createWriterFor (stream.get(), reader.sampleRate, reader.numChannels, bits, {}, 0));
-    if (pending.writer == nullptr)
-    {
-        error = "cannot write this format at this rate and depth: " + output.getFullPathName();
-        return false;
-    }
-    stream.release(); // the writer owns it now
-    pending.bits = bits;
-    return true;
-}
 
 double decibels (double amplitude) { return 20.0 * std::log10 (std::max (amplitude, 1.0e-20)); }
 
