@@ -296,6 +296,22 @@ Signal32 matchEq (Signal32 const& input, Signal32 const& reference)
     return convolve (input, engine.calculateImpulseResponse (curve));
 }
 
+/** Learns the whole input, holds what was learnt and processes the input from its start. */
+Signal32 learnHoldAndProcess (Deconvolution& engine, Signal32 const& input)
+{
+    engine.learn (input, 2);
+    engine.setParameterValue (Deconvolution::estimationModeIndex, 2.0f, false);
+    engine.reset();
+    Signal32 output (2, input.getNumSamples());
+    for (int done = 0; done < input.getNumSamples(); done += 4800)
+    {
+        const auto block = engine.process (input.extractSection (done, 4800));
+        for (int c = 0; c < 2; ++c)
+            std::copy (block[c], block[c] + 4800, output[c] + done);
+    }
+    return output;
+}
+
 /** The tool's reference-based correction with the given estimator: the reference learnt into a
     target filter, the input learnt whole, then held and processed. */
 Signal32 kelfiner (Signal32 const& input, Signal32 const& reference, Estimator estimator,
@@ -327,17 +343,7 @@ Signal32 kelfiner (Signal32 const& input, Signal32 const& reference, Estimator e
     prepare (engine);
     engine.setParameterValue (Deconvolution::targetModelIndex, Deconvolution::custom, false);
     engine.setTargetFilter (target, targetRate);
-    engine.learn (input, 2);
-    engine.setParameterValue (Deconvolution::estimationModeIndex, 2.0f, false);
-    engine.reset();
-    Signal32 output (2, input.getNumSamples());
-    for (int done = 0; done < input.getNumSamples(); done += 4800)
-    {
-        const auto block = engine.process (input.extractSection (done, 4800));
-        for (int c = 0; c < 2; ++c)
-            std::copy (block[c], block[c] + 4800, output[c] + done);
-    }
-    return output;
+    return learnHoldAndProcess (engine, input);
 }
 
 /** A new plug-in instance's defaults used blind with a target profile: the input learnt whole,
@@ -349,17 +355,7 @@ Signal32 blind (Signal32 const& input, int target)
     engine.setFormat (AudioFormat (2, rate), AudioFormat (2, rate));
     engine.setParameterValue (Deconvolution::enableAnalyzersIndex, 0.0f, false);
     engine.setParameterValue (Deconvolution::targetModelIndex, static_cast<float> (target), false);
-    engine.learn (input, 2);
-    engine.setParameterValue (Deconvolution::estimationModeIndex, 2.0f, false);
-    engine.reset();
-    Signal32 output (2, input.getNumSamples());
-    for (int done = 0; done < input.getNumSamples(); done += 4800)
-    {
-        const auto block = engine.process (input.extractSection (done, 4800));
-        for (int c = 0; c < 2; ++c)
-            std::copy (block[c], block[c] + 4800, output[c] + done);
-    }
-    return output;
+    return learnHoldAndProcess (engine, input);
 }
 } // namespace
 
