@@ -74,21 +74,27 @@ void KelfinerAudioProcessorEditor::correctionCommand (int command)
 {
     const auto limits = engine.getCorrectionLimits();
     const auto index = [command] (int base) { return static_cast<std::size_t> (command - base); };
+    // The ticks: each one turns its setting over.
+    using Names = KelfinerAudioProcessor::SettingNames;
+    const struct
+    {
+        int item;
+        const juce::Identifier& name;
+        bool on;
+    } ticks[] = {
+        {loudnessItem, Names::loudnessMatched, limits.loudnessMatched},
+        {emptyBandsItem, Names::spareEmptyBands, limits.spareEmptyBands},
+        {departuresItem, Names::departuresOnly, limits.departuresOnly},
+        {relativeThresholdItem, Names::thresholdRelative, limits.thresholdRelativeToLevel}};
+    for (auto const& tick : ticks)
+        if (command == tick.item)
+        {
+            processor.setProductSetting (tick.name, tick.on ? 0 : 1);
+            return;
+        }
     if (command >= estimatorBase && index (estimatorBase) < vesk::audio::estimators.size())
         processor.setProductSetting (KelfinerAudioProcessor::SettingNames::estimator,
                                      vesk::audio::estimators[index (estimatorBase)].key);
-    else if (command == loudnessItem)
-        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::loudnessMatched,
-                                     limits.loudnessMatched ? 0 : 1);
-    else if (command == emptyBandsItem)
-        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::spareEmptyBands,
-                                     limits.spareEmptyBands ? 0 : 1);
-    else if (command == departuresItem)
-        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::departuresOnly,
-                                     limits.departuresOnly ? 0 : 1);
-    else if (command == relativeThresholdItem)
-        processor.setProductSetting (KelfinerAudioProcessor::SettingNames::thresholdRelative,
-                                     limits.thresholdRelativeToLevel ? 0 : 1);
     else if (command >= smoothingBase && index (smoothingBase) < std::size (smoothingChoices))
     {
         const double octaves = smoothingChoices[index (smoothingBase)].value;
