@@ -403,12 +403,17 @@ void Deconvolution::getSourceFilter (Signal32& coefficients, double& rate)
     coefficients = copy.getNumSamples() > 0 ? copy : Signal32();
 }
 
+double Deconvolution::spectrumSeconds() const
+{
+    return static_cast<double> (spectrumFrames) * (spectrumFrameLength() / 2)
+           / std::max (sampleRate.load(), 1.0);
+}
+
 double Deconvolution::getLearntSeconds()
 {
     const juce::ScopedLock lock (engineLock);
     if (estimator.load() == Estimator::longTermSpectrum && spectrumFrames > 0)
-        return static_cast<double> (spectrumFrames) * (spectrumFrameLength() / 2)
-               / std::max (sampleRate.load(), 1.0);
+        return spectrumSeconds();
     return loadedModelSeconds;
 }
 

@@ -263,6 +263,8 @@ private:
     void analyse (FrameQueue& queue, Signal32& spectrum, bool& valid, float smoothing);
     void publishSourceSnapshot (bool wait = false);
     int spectrumFrameLength() const;
+    /** The material the learnt spectrum's frames stand for (s). Under engineLock. */
+    double spectrumSeconds() const;
     void learnSpectrum (const Signal32& frame);
     /** The minimum-phase whitening filter of a summed power spectrum on the bin grid, as a
         coefficient set (flat when nothing was learnt), with a white floor this far under the

@@ -101,8 +101,7 @@ void Deconvolution::publishSourceSnapshot (bool wait)
     {
         // The designers make the model; the audio thread only hands over the sum.
         spectrumSnapshot.assign (spectrumSum.begin(), spectrumSum.end());
-        snapshotLearntSeconds = static_cast<double> (spectrumFrames) * (spectrumFrameLength() / 2)
-                                / std::max (sampleRate.load(), 1.0);
+        snapshotLearntSeconds = spectrumSeconds();
     }
     else
     {
